@@ -1,0 +1,59 @@
+#ifndef OSPREY_TOOL_COMMANDLINE_H
+#define OSPREY_TOOL_COMMANDLINE_H
+
+#include <string>
+#include <vector>
+
+#include "Address.h"
+
+// What the tool's exit code says. Signals.h has the one for an interruption, 130.
+enum EExitCode
+{
+    EXIT_DONE = 0,
+    EXIT_FILE_FAILED = 1,
+    EXIT_USAGE = 2,
+    EXIT_NOT_CONNECTED = 3,  // serve: could not listen
+    EXIT_CONNECTION_LOST = 4,
+};
+
+enum ECommand
+{
+    COMMAND_NONE,
+    COMMAND_SERVE,
+    COMMAND_SUBMIT,
+    COMMAND_DOWNLOAD,
+    COMMAND_VERSION,
+};
+
+struct COptions
+{
+    ECommand m_eCommand = COMMAND_NONE;
+    bool m_bJson = false;
+    bool m_bQuiet = false;
+    std::string m_strTrace;  // file for the library's trace lines; empty: nowhere
+
+    std::string m_strRoot;  // serve
+    unsigned short m_wPort = OSPREY_DEFAULT_PORT;
+    bool m_bReadOnly = false;
+
+    CPeer m_peer;                          // submit, download
+    std::vector<std::string> m_listNames;  // local paths, or names at the peer
+    std::string m_strTo;                   // submit: remote root
+    std::string m_strFolder = ".";         // download: where the files go
+    std::string m_strConnection;           // name of the connection
+    unsigned int m_dwConnectSeconds = 10;
+    unsigned int m_dwStallSeconds = 60;  // 0: wait for ever
+};
+
+// Result of reading the command line.
+struct CParsed
+{
+    bool m_bRun = false;          // options hold a command to run
+    int m_nExitCode = EXIT_DONE;  // otherwise: what to end with
+    std::string m_strOutput;      // for standard output: a help text, with its line feed
+    std::string m_strError;       // for standard error, without a line feed
+};
+
+CParsed ParseCommandLine(int nArguments, const char* const* ppszArguments, COptions& options);
+
+#endif

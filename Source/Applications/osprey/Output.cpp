@@ -1,0 +1,155 @@
+#include "Output.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace
+{
+
+const int DEFAULT_COLUMNS = 80;
+
+// 0, or the errno of the failure.
+int WriteAll(int nDescriptor, const std::string& strText)
+{
+    size_t nDone = 0;
+    while (nDone < strText.size())
+    {
+        const ssize_t n = write(nDescriptor, strText.data() + nDone, strText.size() - nDone);
+        if (n < 0 && errno != EINTR)
+        {
+            return errno;
+        }
+        nDone += n > 0 ? static_cast<size_t>(n) : 0;
+    }
+    return 0;
+}
+
+// A descriptor from 0 to 2 that was closed at the start would be given to the next file or socket,
+// and what is printed would go there.
+void FillStandardDescriptors()
+{
+    int nDescriptor = 0;
+    do
+    {
+        nDescriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+    } while (nDescriptor >= 0 && nDescriptor <= 2);
+    if (nDescriptor > 2)
+    {
+        close(nDescriptor);
+    }
+}
+
+}  // namespace
+
+COutput::~COutput()
+{
+    if (m_nOutput >= 0)
+    {
+        close(m_nOutput);
+    }
+}
+
+void COutput::TakeStandardOutput()
+{
+    FillStandardDescriptors();
+    m_nOutput = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    const int nNowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nNowhere >= 0)
+    {
+        dup2(nNowhere, STDOUT_FILENO);
+        close(nNowhere);
+    }
+}
+
+bool COutput::TraceTo(const std::string& strFile)
+{
+    const int nFile = open(strFile.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (nFile < 0)
+    {
+        return false;
+    }
+    dup2(nFile, STDOUT_FILENO);
+    close(nFile);
+    return true;
+}
+
+void COutput::Write(const std::string& strText)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bBroken || m_nOutput < 0)
+    {
+        return;
+    }
+    const int nError = WriteAll(m_nOutput, strText);
+    if (nError != 0)
+    {
+        ReportFailure(nError);
+    }
+}
+
+void COutput::ReportFailure(int nError)
+{
+    if (nError == EPIPE)
+    {
+        m_bBroken = true;
+        if (m_bEndWithReader)
+        {
+            kill(getpid(), SIGTERM);
+        }
+    }
+    else if (!m_bFailureTold)
+    {
+        m_bFailureTold = true;
+        WriteAll(STDERR_FILENO,
+                 std::string("osprey: cannot write the output: ") + strerror(nError) + "\n");
+    }
+}
+
+void COutput::Line(const std::string& strText)
+{
+    Write(strText + "\n");
+}
+
+void COutput::Error(const std::string& strText)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    // Nobody is left to be told when this fails too.
+    static_cast<void>(WriteAll(STDERR_FILENO, "osprey: " + strText + "\n"));
+}
+
+void COutput::EndWithReader()
+{
+    m_bEndWithReader = true;
+    if (m_bBroken)
+    {
+        kill(getpid(), SIGTERM);
+    }
+}
+
+bool COutput::IsBroken() const
+{
+    return m_bBroken;
+}
+
+bool COutput::IsTerminal() const
+{
+    const char* pszTerm = getenv("TERM");
+    const bool bDumb = pszTerm == nullptr || *pszTerm == '\0' || strcmp(pszTerm, "dumb") == 0;
+    return m_nOutput >= 0 && isatty(m_nOutput) == 1 && !bDumb;
+}
+
+int COutput::Columns() const
+{
+    winsize size{};
+    if (m_nOutput < 0 || ioctl(m_nOutput, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+    {
+        return DEFAULT_COLUMNS;
+    }
+    return size.ws_col;
+}

@@ -1,0 +1,60 @@
+#ifndef OSPREY_TOOL_OUTPUT_H
+#define OSPREY_TOOL_OUTPUT_H
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+// What the tool says. The library prints trace lines to standard output, so the tool keeps the
+// descriptor that it was started with for itself and gives the library another one.
+//
+//   descriptor 1 at the start --dup--> private descriptor     lines of the tool
+//   /dev/null or the trace file ----> descriptor 1            lines of the library
+//   descriptor 2                                              errors, "osprey: ..."
+//
+// Thread: any; a line is one write.
+class COutput final
+{
+public:
+    COutput() = default;
+    ~COutput();
+    COutput(const COutput&) = delete;
+    COutput& operator=(const COutput&) = delete;
+
+    // Takes over descriptor 1. Call before anything prints. Without a standard output there is
+    // nowhere to print, which is no error.
+    void TakeStandardOutput();
+
+    // Sends what the library prints to the end of a file, created when missing. False with errno.
+    static bool TraceTo(const std::string& strFile);
+
+    // Text as it is; a line adds the line feed. A reader that went away ends the output quietly.
+    void Write(const std::string& strText);
+    void Line(const std::string& strText);
+
+    // "osprey: TEXT" on standard error.
+    void Error(const std::string& strText);
+
+    // Asks this process to end, with SIGTERM, when the reader of the output goes away. Call with
+    // that signal blocked and read.
+    void EndWithReader();
+
+    // The reader of the output has gone away.
+    bool IsBroken() const;
+
+    bool IsTerminal() const;
+
+    // Columns of the terminal now; 80 when it does not say.
+    int Columns() const;
+
+private:
+    void ReportFailure(int nError);
+
+    int m_nOutput = -1;
+    std::mutex m_mutex;
+    std::atomic<bool> m_bBroken{false};
+    std::atomic<bool> m_bEndWithReader{false};
+    bool m_bFailureTold = false;  // under m_mutex
+};
+
+#endif

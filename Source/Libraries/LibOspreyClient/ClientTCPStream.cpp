@@ -1,0 +1,57 @@
+#include "ClientTCPStream.h"
+
+CClientTCPStream::CClientTCPStream(CIOEngine* pEngine) : CTCPStream(pEngine) {}
+
+void CClientTCPStream::SetNoDelay()
+{
+    m_sock.SetNoDelay();
+}
+
+void CClientTCPStream::ProcessConnected()
+{
+    m_bConnectSuccessful = Orb_TRUE;
+    if (m_pCallback != nullptr)
+    {
+        m_pCallback->OnConnectSuccessful();
+    }
+}
+
+void CClientTCPStream::ProcessDataReceived(CTCPStreamBuffer* pBuffer)
+{
+    if (m_pCallback != nullptr)
+    {
+        m_pCallback->OnDataReceived(pBuffer);
+    }
+}
+
+void CClientTCPStream::ProcessDataSent(CTCPStreamBuffer* pBuffer)
+{
+    if (m_pCallback != nullptr)
+    {
+        m_pCallback->OnDataSent(pBuffer);
+    }
+}
+
+void CClientTCPStream::ProcessDisconnected()
+{
+    if (m_pCallback != nullptr)
+    {
+        m_pCallback->OnNetworkError(0);
+    }
+}
+
+void CClientTCPStream::ProcessNetworkError(int nError)
+{
+    if (m_pCallback == nullptr)
+    {
+        return;
+    }
+    if (m_bConnectSuccessful)
+    {
+        m_pCallback->OnNetworkError(nError);
+    }
+    else
+    {
+        m_pCallback->OnConnectFailed(nError);
+    }
+}

@@ -1,0 +1,175 @@
+#ifndef OSPREY_OSPREYSERVER_H
+#define OSPREY_OSPREYSERVER_H
+
+// The server: what a host creates, drives and implements to serve files to peers.
+//
+//   host threads                        worker thread (one a server)
+//   ------------                        ----------------------------
+//   CreateOspreyServer
+//   Startup            ---- starts ---> accepts, receives, reads and writes files
+//   TerminateTask      ---- wakes  ---> detaches one connection
+//                                       OnRequest, OnDisconnect, IOspreyProgress::OnProgress
+//   EndAllConnections  ---- wakes  ---> closes the listener, detaches every connection
+//   Shutdown           ---- joins  ---> ends
+//   Release
+//
+// Every call into the host runs on the worker thread, and while it runs nothing else of this server
+// moves: answer promptly, and do not throw. A callback may call TerminateTask, PutChannelPacket,
+// GetChannelMaxBufferUsage and EndAllConnections (which then does not wait). Startup, Shutdown and
+// Release belong to a host thread, one of them at a time; called from a callback, Shutdown and
+// Release only ask the worker to end.
+
+#include <string>
+
+#include "OspreyExport.h"
+#include "OspreyTypes.h"
+
+class COspreyServerStream;
+
+// What a peer asks for. The number says which record OnRequest's second argument points to.
+enum KS_REQUEST
+{
+    KS_REQUEST_UPLOAD_FILE = 2,      // KS_UPLOAD_FILE
+    KS_REQUEST_DOWNLOAD_FILE = 3,    // KS_DOWNLOAD_FILE
+    KS_REQUEST_CREATE_DIR = 5,       // KS_CREATE_DIR
+    KS_REQUEST_DELETE_TREE = 6,      // KS_DELETE_TREE
+    KS_REQUEST_NAME_CONNECTION = 7,  // KS_NAME_CONNECTION
+};
+
+// Learns how far a file has come. The host implements it and keeps it alive until the connection of
+// the transfer has ended; the library never deletes it.
+class OSPREY_API IOspreyProgress
+{
+public:
+    // ullDone:    bytes moved so far, counted from the start of the file.
+    // ullTotal:   size of the file in bytes: as found on disk (download), as announced (upload).
+    // ullContext: the value that the host left in the request's record.
+    //
+    // Download: before each block is read, the last time with done equal to total; upload: after
+    // each block is written. A transfer that fails or is cancelled makes no further call.
+    virtual void OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext) = 0;
+
+protected:
+    ~IOspreyProgress() {}
+};
+
+// Records of OnRequest. They live during the call only: copy what is needed later. Text is UTF-8
+// and NUL-terminated. pszConnection is the name that the peer gave to its connection, null if none.
+//
+// strResolvedPath is empty on entry. The host fills it with the local path to use; left empty, the
+// name that the peer sent is used as a local path AS IT IS, absolute names and ".." included. To
+// refuse a request, name a path that cannot exist, such as "/dev/null/refused": the peer then gets
+// the protocol's own error (a DELT of such a path is answered with success and does nothing).
+
+struct KS_UPLOAD_FILE
+{
+    const char* pszConnection;
+    const char* pszName;          // as the peer sent it
+    Orb_U32 dwAttributes;         // as the peer sent them; not applied to the file
+    Orb_U64 ullSize;              // bytes the peer announces
+    Orb_U64 ullModificationTime;  // seconds since 1970-01-01 UTC; not applied to the file
+    Orb_U64 ullOffset;            // where to start; ~0 asks to continue an existing file
+    std::string strResolvedPath;  // out
+    IOspreyProgress* pProgress;   // out; null on entry
+    Orb_U64 ullProgressContext;   // out; 0 on entry
+};
+
+struct KS_DOWNLOAD_FILE
+{
+    const char* pszConnection;
+    const char* pszName;
+    std::string strResolvedPath;  // out
+    IOspreyProgress* pProgress;   // out; null on entry
+    Orb_U64 ullProgressContext;   // out; 0 on entry
+};
+
+struct KS_CREATE_DIR
+{
+    const char* pszConnection;
+    const char* pszPath;
+    std::string strResolvedPath;  // out
+};
+
+struct KS_DELETE_TREE
+{
+    const char* pszConnection;
+    const char* pszPath;
+    std::string strResolvedPath;  // out
+};
+
+struct KS_NAME_CONNECTION
+{
+    const char* pszName;           // the name being given; a later one replaces it
+    COspreyServerStream* pStream;  // its address, as a long, is the task for TerminateTask
+};
+
+// Implemented by the host. Given to the factory, never deleted by the library; it must outlive
+// Release. Both operations run on the worker thread.
+class OSPREY_API IOspreyServerCallback
+{
+public:
+    // A peer asks for something; pRecord points to the record that eRequest names. The result is
+    // ignored: a request is refused through the resolved path, never through the result.
+    virtual int OnRequest(KS_REQUEST eRequest, void* pRecord) = 0;
+
+    // A named connection has ended, for whatever reason; its transfers are over and its files
+    // closed. Connections that never gave a name end without this call. pszName is valid during
+    // the call only. Inside OnRequest and OnDisconnect the task of the connection is still valid;
+    // once OnDisconnect has returned, its number may belong to a new connection.
+    virtual void OnDisconnect(const char* pszName) = 0;
+
+protected:
+    ~IOspreyServerCallback() {}
+};
+
+class OSPREY_API IOspreyServer
+{
+public:
+    // Listens on wPort (host byte order) on all IPv4 interfaces and starts the worker thread.
+    // dwIP is accepted and ignored. Port 0 lets the system choose one, which nothing here reports.
+    // False, with nothing left open, when the port is taken, or a descriptor or thread is not to be
+    // had. False, and nothing changes, when the server runs already, or while connections of an
+    // earlier run are left (EndAllConnections ends those).
+    virtual Orb_BOOL Startup(unsigned int dwIP, unsigned short wPort) = 0;
+
+    // Ends the worker thread and waits for it. Connections are not closed by this: end them first
+    // (EndAllConnections), since Release insists on it. True; harmless when nothing runs. From
+    // inside a callback: asks the worker to end and returns false; EndAllConnections and Shutdown
+    // on a host thread then complete it.
+    virtual Orb_BOOL Shutdown() = 0;
+
+    // Deletes the server, after a Shutdown of its own if it still runs. Aborts the process
+    // ("m_listStreams.GetSize() == 0") while a connection is still listed. From inside a callback
+    // it only asks the worker to end.
+    virtual void Release() = 0;
+
+    // Ends one connection. lTask is the address in KS_NAME_CONNECTION::pStream. Any thread; does
+    // not wait: the connection is detached on the worker's next pass, which starts at once. True
+    // when it was found alive, and for an unknown task; false when it is ending already.
+    virtual Orb_BOOL TerminateTask(long lTask) = 0;
+
+    // Hands a packet (at most 1,500 bytes, copied) to everybody who reads dwChannel. Any thread.
+    // 0: stored. 4: out of memory. 5: nobody reads this channel; the packet is dropped. Peers
+    // cannot open channels yet, so that the answer is always 5.
+    virtual unsigned int PutChannelPacket(unsigned int dwChannel, void* pData,
+                                          unsigned int dwSize) = 0;
+
+    // Always 0.0 in this version. Any thread.
+    virtual float GetChannelMaxBufferUsage() = 0;
+
+    // Hosts call Release instead.
+    virtual ~IOspreyServer() {}
+
+    // Closes the listening port and detaches every connection, each named one with its
+    // OnDisconnect, and waits for that, at most dwTimeoutMs milliseconds. True when no connection
+    // is left: Shutdown and Release are then safe. False when the time was over first. When the
+    // worker has ended, or was asked to by a callback, it happens at once on the calling thread,
+    // the OnDisconnects too. From inside a callback: starts it and returns true.
+    virtual Orb_BOOL EndAllConnections(unsigned int dwTimeoutMs) = 0;
+};
+
+// Builds a server that is not started yet; opens nothing. pCallback may be null: every request is
+// then served under the name that the peer sent. End it with Release. Throws std::bad_alloc.
+OSPREY_API IOspreyServer* CreateOspreyServer(IOspreyServerCallback* pCallback);
+
+#endif

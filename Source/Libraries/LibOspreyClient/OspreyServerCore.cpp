@@ -1,0 +1,264 @@
+#include "OspreyServerCore.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <new>
+
+#include "OspreyAssert.h"
+#include "OspreyServerStream.h"
+
+COspreyServerListener::COspreyServerListener(CIOEngine* pEngine) : CTCPListener(pEngine) {}
+
+void COspreyServerListener::SetOspreyServer(COspreyServer* pServer)
+{
+    m_pServer = pServer;
+}
+
+void COspreyServerListener::ProcessClientConnect(int s, const CSocketAddress& addrRemote)
+{
+    m_pServer->ProcessClientConnect(s, addrRemote);
+}
+
+void COspreyServerListener::ProcessError(int nError)
+{
+    m_pServer->ProcessListenerError(nError);
+}
+
+void COspreyServerListener::ProcessDestroied()
+{
+    m_pServer->ProcessListenerDestroy();
+}
+
+COspreyServer::COspreyServer(CIOEngine* pEngine, IOspreyServerCallback* pCallback)
+    : m_listener(pEngine),
+      m_pCallback(pCallback),
+      m_handlerHostRequests(this, &COspreyServer::ProcessHostRequests),
+      m_wake(pEngine, &m_handlerHostRequests)
+{
+    m_listener.SetOspreyServer(this);
+}
+
+COspreyServer::~COspreyServer()
+{
+    Destroy();
+}
+
+Orb_BOOL COspreyServer::Create(const CSocketAddress& addrLocal, int nBacklog)
+{
+    m_bDestroying = Orb_FALSE;
+    m_bEndRequested = false;
+    m_ended.Reset();
+    GetEngine()->RemoveDeferredHandler(&m_handlerHostRequests);
+    if (!m_wake.Create() || !m_listener.Create(addrLocal, nBacklog))
+    {
+        Destroy();
+        return Orb_FALSE;
+    }
+    return Orb_TRUE;
+}
+
+void COspreyServer::Destroy()
+{
+    OSPREY_ASSERT(m_listStreams.GetSize() == 0);
+    m_listener.Destroy();
+    DeleteStreams(m_listStreams);
+    DeleteStreams(m_listFreeStreams);
+}
+
+void COspreyServer::CloseHostRequests()
+{
+    m_wake.Destroy();
+}
+
+void COspreyServer::DeleteStreams(CDLinkedList& list)
+{
+    while (CDLinkedListNode* pNode = list.RemoveHead())
+    {
+        delete static_cast<COspreyServerStream*>(pNode);
+    }
+}
+
+void COspreyServer::ProcessDestroied()
+{
+    Destroy();
+    m_ended.Signal();
+}
+
+bool COspreyServer::InitiateDestroy()
+{
+    return m_listener.InitiateDestroy();
+}
+
+COspreyServerStream* COspreyServer::MakeStream()
+{
+    if (CDLinkedListNode* pFree = m_listFreeStreams.RemoveHead())
+    {
+        return static_cast<COspreyServerStream*>(pFree);
+    }
+    COspreyServerStream* pStream = new (std::nothrow) COspreyServerStream(this);
+    if (pStream != nullptr && !pStream->Create())
+    {
+        delete pStream;
+        return nullptr;
+    }
+    return pStream;
+}
+
+void COspreyServer::ProcessClientConnect(int s, const CSocketAddress& /*addrRemote*/)
+{
+    COspreyServerStream* pStream = MakeStream();
+    if (pStream == nullptr)
+    {
+        close(s);
+        return;
+    }
+    if (!pStream->Attach(s))
+    {
+        printf("COspreyServerStream %p ProcessClientConnect pStream->Attach error\n",
+               static_cast<void*>(pStream));
+        close(s);
+        delete pStream;
+        return;
+    }
+    ListStream(pStream);
+    printf("COspreyServerStream %p ProcessClientConnect m_listStreams.GetSize(): %d\n",
+           static_cast<void*>(pStream), m_listStreams.GetSize());
+}
+
+void COspreyServer::ListStream(COspreyServerStream* pStream)
+{
+    const CAutoSectionLock lock(m_csStreams);
+    m_listStreams.AddTail(pStream);
+}
+
+void COspreyServer::ProcessListenerError(int nError)
+{
+    printf("ListenerError: %d\n", nError);
+}
+
+void COspreyServer::ProcessListenerDestroy()
+{
+    if (m_listStreams.GetSize() == 0)
+    {
+        Destroy();
+        ProcessDestroied();
+        return;
+    }
+    m_bDestroying = Orb_TRUE;
+    for (CDLinkedListNode* pNode = m_listStreams.GetHead(); pNode != nullptr;
+         pNode = pNode->m_pNext)
+    {
+        static_cast<COspreyServerStream*>(pNode)->InitiateDetach();
+    }
+}
+
+void COspreyServer::ProcessStreamDetached(COspreyServerStream* pStream)
+{
+    {
+        const CAutoSectionLock lock(m_csStreams);
+        m_listStreams.Remove(pStream);
+    }
+    printf("COspreyServerStream %p ProcessStreamDetached m_listStreams.GetSize(): %d\n",
+           static_cast<void*>(pStream), m_listStreams.GetSize());
+    delete pStream;
+    if (m_bDestroying && m_listStreams.GetSize() <= 0)
+    {
+        m_bDestroying = Orb_FALSE;
+        Destroy();
+        ProcessDestroied();
+    }
+}
+
+Orb_BOOL COspreyServer::TerminateTask(long lTask)
+{
+    const CAutoSectionLock lock(m_csStreams);
+    for (CDLinkedListNode* pNode = m_listStreams.GetHead(); pNode != nullptr;
+         pNode = pNode->m_pNext)
+    {
+        COspreyServerStream* pStream = static_cast<COspreyServerStream*>(pNode);
+        if (reinterpret_cast<long>(pStream) == lTask)
+        {
+            const bool bMarked = pStream->RequestTerminate();
+            m_wake.Wake();
+            return bMarked ? Orb_TRUE : Orb_FALSE;
+        }
+    }
+    return Orb_TRUE;
+}
+
+void COspreyServer::EndAll()
+{
+    // A listener that is closed already has no destruction left to run.
+    if (!InitiateDestroy())
+    {
+        ProcessListenerDestroy();
+    }
+}
+
+bool COspreyServer::EndAllAndWait(unsigned int dwTimeoutMs)
+{
+    m_bEndRequested = true;
+    m_wake.Wake();
+    return m_ended.Wait(dwTimeoutMs);
+}
+
+void COspreyServer::ProcessWorkerEnded()
+{
+    m_ended.Signal();
+}
+
+void COspreyServer::EndAllNow()
+{
+    m_listener.Destroy();
+    while (CDLinkedListNode* pNode = m_listStreams.GetHead())
+    {
+        COspreyServerStream* pStream = static_cast<COspreyServerStream*>(pNode);
+        pStream->InitiateDetach();
+        pStream->CompleteDestroy();  // deletes it
+    }
+}
+
+int COspreyServer::GetStreamCount()
+{
+    const CAutoSectionLock lock(m_csStreams);
+    return m_listStreams.GetSize();
+}
+
+// On the worker, after host threads asked for something.
+void COspreyServer::ProcessHostRequests(void* /*pParam*/)
+{
+    {
+        const CAutoSectionLock lock(m_csStreams);
+        for (CDLinkedListNode* pNode = m_listStreams.GetHead(); pNode != nullptr;
+             pNode = pNode->m_pNext)
+        {
+            COspreyServerStream* pStream = static_cast<COspreyServerStream*>(pNode);
+            if (pStream->IsTerminateRequested())
+            {
+                pStream->InitiateDetach();
+            }
+        }
+    }
+    if (m_bEndRequested.exchange(false))
+    {
+        EndAll();
+    }
+}
+
+unsigned int COspreyServer::OnRequest(KS_REQUEST eRequest, void* pRecord)
+{
+    if (m_pCallback != nullptr)
+    {
+        m_pCallback->OnRequest(eRequest, pRecord);
+    }
+    return 0;
+}
+
+void COspreyServer::OnDisconnect(const char* pszName)
+{
+    if (m_pCallback != nullptr)
+    {
+        m_pCallback->OnDisconnect(pszName);
+    }
+}

@@ -1,0 +1,109 @@
+#ifndef OSPREY_OSPREYSERVERCORE_H
+#define OSPREY_OSPREYSERVERCORE_H
+
+// Internal header.
+
+#include <atomic>
+
+#include "CriticalSection.h"
+#include "OspreyServer.h"
+#include "StopLoopPipe.h"
+#include "TCPListener.h"
+
+class COspreyServer;
+
+// The listening socket: forwards its events to the core.
+class COspreyServerListener final : public CTCPListener
+{
+public:
+    explicit COspreyServerListener(CIOEngine* pEngine);
+
+    void SetOspreyServer(COspreyServer* pServer);
+
+    void ProcessClientConnect(int s, const CSocketAddress& addrRemote) override;
+    void ProcessError(int nError) override;
+    void ProcessDestroied() override;
+
+private:
+    COspreyServer* m_pServer = nullptr;
+};
+
+// The server's core: accepts connections, keeps the list of their streams, and stands between them
+// and the host.
+//
+// Ownership: owns the listener and every listed stream; borrows engine and host callback.
+// Thread:    the worker; before the worker runs and after it was joined, the host's. Any thread:
+//            TerminateTask, EndAllAndWait and GetStreamCount.
+// Lifetime:  Create, then Destroy when no stream is listed; then Create again.
+class COspreyServer
+{
+public:
+    COspreyServer(CIOEngine* pEngine, IOspreyServerCallback* pCallback);
+    virtual ~COspreyServer();
+    COspreyServer(const COspreyServer&) = delete;
+    COspreyServer& operator=(const COspreyServer&) = delete;
+
+    // Everybody has detached, or nobody was there.
+    virtual void ProcessDestroied();
+    virtual void ProcessClientConnect(int s, const CSocketAddress& addrRemote);
+    virtual void ProcessListenerError(int nError);
+    // The listener has finished its deferred destruction: detaches every stream.
+    virtual void ProcessListenerDestroy();
+    // The last word of a stream: deletes it.
+    virtual void ProcessStreamDetached(COspreyServerStream* pStream);
+
+    // Starts listening and taking requests of other threads. False when a step fails; the listener
+    // is then closed.
+    Orb_BOOL Create(const CSocketAddress& addrLocal, int nBacklog);
+    // Closes the listener. Aborts while a stream is listed.
+    void Destroy();
+    // Takes no more requests of other threads. REQUIRES: the worker does not run.
+    void CloseHostRequests();
+    // Starts the listener's deferred destruction, which ends every connection. False when the
+    // listener is closed or closing already.
+    bool InitiateDestroy();
+
+    // Any thread; the detach itself runs on the worker. True when the stream was found alive, and
+    // for an unknown task; false when it is detaching already.
+    Orb_BOOL TerminateTask(long lTask);
+    // On the worker: ends every connection, without waiting.
+    void EndAll();
+    // Any other thread: has the worker do it and waits. False when the time was over first; true,
+    // with connections left, when the worker has ended meanwhile.
+    bool EndAllAndWait(unsigned int dwTimeoutMs);
+    // The worker's last word: nobody needs to wait for it any more.
+    void ProcessWorkerEnded();
+    // Ends every connection at once. REQUIRES: the worker does not run.
+    void EndAllNow();
+    int GetStreamCount();
+
+    // Asks the host. 0 in every case: a request handler never learns what the host answered.
+    unsigned int OnRequest(KS_REQUEST eRequest, void* pRecord);
+    void OnDisconnect(const char* pszName);
+
+    CIOEngine* GetEngine() const
+    {
+        return m_listener.GetEngine();
+    }
+
+protected:
+    Orb_BOOL m_bDestroying = Orb_FALSE;  // waiting for the streams after the listener has gone
+    COspreyServerListener m_listener;
+    CDLinkedList m_listStreams;
+    CDLinkedList m_listFreeStreams;  // spare streams; nothing ever adds one
+    IOspreyServerCallback* m_pCallback;
+
+private:
+    void ProcessHostRequests(void*);
+    COspreyServerStream* MakeStream();
+    void ListStream(COspreyServerStream* pStream);
+    void DeleteStreams(CDLinkedList& list);
+
+    CCriticalSection m_csStreams;  // guards m_listStreams: written by the worker, read by all
+    std::atomic<bool> m_bEndRequested{false};
+    CCompletion m_ended;
+    CMethodCallbackHandler<COspreyServer, CDeferredHandler> m_handlerHostRequests;
+    CWakeEvent m_wake;
+};
+
+#endif

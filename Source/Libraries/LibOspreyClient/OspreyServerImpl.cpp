@@ -1,0 +1,109 @@
+#include "OspreyServerImpl.h"
+
+namespace
+{
+
+const int MAX_EVENTS = 1024;
+const int BACKLOG = 10;
+
+// The store's answer for a channel that nobody reads.
+const unsigned int PUT_NO_READER = 5;
+
+}  // namespace
+
+COspreyServerImpl::COspreyServerImpl(IOspreyServerCallback* pCallback)
+    : m_stopPipe(&m_engine), m_server(&m_engine, pCallback)
+{
+}
+
+COspreyServerImpl::~COspreyServerImpl() = default;
+
+Orb_BOOL COspreyServerImpl::Startup(unsigned int /*dwIP*/, unsigned short wPort)
+{
+    // Connections of an earlier run belong to an engine that is gone: Release will insist on them.
+    if (m_thread.IsStarted() || m_server.GetStreamCount() != 0)
+    {
+        return Orb_FALSE;
+    }
+    m_server.Destroy();  // the listener that an earlier Shutdown left open
+    m_engine.ClearStop();
+    if (m_engine.Create(MAX_EVENTS) && m_stopPipe.Create() &&
+        m_server.Create(CSocketAddress(INADDR_ANY, wPort), BACKLOG) &&
+        m_thread.Start(&COspreyServerImpl::ThreadProc, this))
+    {
+        return Orb_TRUE;
+    }
+    m_server.Destroy();
+    Shutdown();
+    return Orb_FALSE;
+}
+
+void* COspreyServerImpl::ThreadProc(void* pThis)
+{
+    COspreyServerImpl* pServer = static_cast<COspreyServerImpl*>(pThis);
+    pServer->m_engine.RunLoop();
+    pServer->m_server.ProcessWorkerEnded();
+    return nullptr;
+}
+
+Orb_BOOL COspreyServerImpl::Shutdown()
+{
+    if (m_thread.IsCurrent())
+    {
+        m_engine.StopLoop(1);
+        return Orb_FALSE;
+    }
+    m_thread.Stop(m_engine, m_stopPipe);
+    m_server.InitiateDestroy();
+    m_server.CloseHostRequests();
+    m_stopPipe.Destroy();
+    m_engine.Destroy();
+    return Orb_TRUE;
+}
+
+void COspreyServerImpl::Release()
+{
+    if (m_thread.IsStarted() && !Shutdown())
+    {
+        return;
+    }
+    delete this;
+}
+
+Orb_BOOL COspreyServerImpl::TerminateTask(long lTask)
+{
+    return m_server.TerminateTask(lTask);
+}
+
+unsigned int COspreyServerImpl::PutChannelPacket(unsigned int /*dwChannel*/, void* /*pData*/,
+                                                 unsigned int /*dwSize*/)
+{
+    // Connections cannot open channels yet, so that no channel has a reader.
+    return PUT_NO_READER;
+}
+
+float COspreyServerImpl::GetChannelMaxBufferUsage()
+{
+    return 0.0F;
+}
+
+Orb_BOOL COspreyServerImpl::EndAllConnections(unsigned int dwTimeoutMs)
+{
+    if (m_thread.IsCurrent())
+    {
+        m_server.EndAll();
+        return Orb_TRUE;
+    }
+    if (m_thread.IsStarted() && !m_engine.IsStopping())
+    {
+        const bool bEnded = m_server.EndAllAndWait(dwTimeoutMs);
+        if (!m_engine.IsStopping())
+        {
+            return bEnded ? Orb_TRUE : Orb_FALSE;
+        }
+    }
+    // The worker is gone, or a callback has asked it to end: it answers no more.
+    Shutdown();
+    m_server.EndAllNow();
+    return Orb_TRUE;
+}

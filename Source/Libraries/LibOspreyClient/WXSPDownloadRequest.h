@@ -1,0 +1,44 @@
+#ifndef OSPREY_WXSPDOWNLOADREQUEST_H
+#define OSPREY_WXSPDOWNLOADREQUEST_H
+
+// Internal header.
+
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "WXSPRequestHandler.h"
+
+// DFIL: answers with DFRT, then streams the file as DFRB blocks of up to 64 KiB.
+//
+// One buffer of a download is queued at any time: each block is read, from its offset, when the one
+// before has been sent. An empty block ends the transfer. A read error ends it without a word: the
+// protocol has none for it.
+class CDownloadFileRequestHandler final : public CWXSPRequestHandler
+{
+public:
+    explicit CDownloadFileRequestHandler(CWXSPBrowserHandler* pBrowser)
+        : CWXSPRequestHandler(pBrowser)
+    {
+    }
+    ~CDownloadFileRequestHandler() override;
+
+    int Startup(_WXS_DOWN_FILE* pRequest);
+    void OnSendComplete() override;
+    void OnShutdown() override;
+
+private:
+    unsigned int Open(const _WXS_DOWN_FILE* pRequest, _WXS_DOWN_FILE_RET* pRet);
+    unsigned int OpenResolved(const std::string& strPath, unsigned long long ullOffset,
+                              _WXS_DOWN_FILE_RET* pRet);
+    bool SendBlock();
+    bool ReadBlock(unsigned char* pData, size_t& nRead);
+
+    FILE* m_pFile = nullptr;               // owned
+    unsigned long long m_ullPosition = 0;  // bytes queued so far: the offset of the next read
+    unsigned long long m_ullFileSize = 0;
+    IOspreyProgress* m_pProgress = nullptr;  // the host's
+    unsigned long long m_ullProgressContext = 0;
+};
+
+#endif

@@ -1,0 +1,54 @@
+#include "SystemCalls.h"
+
+extern "C"
+{
+    int __real_accept4(int s, sockaddr* pAddress, socklen_t* pLength, int nFlags);
+    int __real_epoll_wait(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs);
+    int __real_ppoll(pollfd* pFds, nfds_t nFds, const timespec* pTimeout, const sigset_t* pMask);
+    int __real_pthread_create(pthread_t* pThread, const pthread_attr_t* pAttr,
+                              void* (*pfnMain)(void*), void* pParam);
+    ssize_t __real_recv(int s, void* pData, size_t nSize, int nFlags);
+    ssize_t __real_send(int s, const void* pData, size_t nSize, int nFlags);
+}
+
+CSystemCall<int(int, sockaddr*, socklen_t*, int)> g_callAccept4(&__real_accept4);
+CSystemCall<int(int, epoll_event*, int, int)> g_callEpollWait(&__real_epoll_wait);
+CSystemCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> g_callPpoll(&__real_ppoll);
+CSystemCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)> g_callPthreadCreate(
+    &__real_pthread_create);
+CSystemCall<ssize_t(int, void*, size_t, int)> g_callRecv(&__real_recv);
+CSystemCall<ssize_t(int, const void*, size_t, int)> g_callSend(&__real_send);
+
+extern "C"
+{
+    int __wrap_accept4(int s, sockaddr* pAddress, socklen_t* pLength, int nFlags)
+    {
+        return g_callAccept4.Call(s, pAddress, pLength, nFlags);
+    }
+
+    int __wrap_epoll_wait(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs)
+    {
+        return g_callEpollWait.Call(hEpoll, pEvents, nMaxEvents, nTimeoutMs);
+    }
+
+    int __wrap_ppoll(pollfd* pFds, nfds_t nFds, const timespec* pTimeout, const sigset_t* pMask)
+    {
+        return g_callPpoll.Call(pFds, nFds, pTimeout, pMask);
+    }
+
+    int __wrap_pthread_create(pthread_t* pThread, const pthread_attr_t* pAttr,
+                              void* (*pfnMain)(void*), void* pParam)
+    {
+        return g_callPthreadCreate.Call(pThread, pAttr, pfnMain, pParam);
+    }
+
+    ssize_t __wrap_recv(int s, void* pData, size_t nSize, int nFlags)
+    {
+        return g_callRecv.Call(s, pData, nSize, nFlags);
+    }
+
+    ssize_t __wrap_send(int s, const void* pData, size_t nSize, int nFlags)
+    {
+        return g_callSend.Call(s, pData, nSize, nFlags);
+    }
+}

@@ -1,0 +1,294 @@
+// What becomes of uploads that end in every way, at the real server.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "Hex.h"
+#include "ServedFolder.h"
+#include "WireRecords.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+using CNames = std::vector<std::string>;
+
+class CServeUploadTest : public ::testing::Test
+{
+protected:
+    // Announces a file; returns the offset at which the server wants it.
+    static uint64_t Begin(CRawSocket& peer, unsigned int dwID, uint64_t ullSize,
+                          const std::u16string& strName, uint64_t ullOffset = 0)
+    {
+        peer.Send(Wire::Upfi(dwID, ullSize, ullOffset, strName));
+        const std::string strReply = peer.ReceivePacket();
+        EXPECT_EQ(Wire::GetU32(strReply, 16), 0U);
+        return Wire::GetU64(strReply, 20);
+    }
+    static void Block(CRawSocket& peer, unsigned int dwID, const std::string& strData,
+                      unsigned int dwLast = 0)
+    {
+        peer.Send(Wire::Upfb(dwID, dwLast, strData));
+        EXPECT_EQ(Wire::WithoutVersion(peer.ReceivePacket()),
+                  Wire::WithoutVersion(Wire::Result("UPBR", dwID, 0)));
+    }
+    std::string Contents(const std::string& strName) const
+    {
+        return ReadFile(m_served.GetPath(strName));
+    }
+
+    CServedFolder m_served;
+};
+
+using ServeUpload = CServeUploadTest;
+
+}  // namespace
+
+TEST_F(ServeUpload, WholeFileGetsItsNameAndIsTold)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 5, u"FILESUBMIT|to|a\\f");
+    Block(peer, 2, "12345");
+    Block(peer, 2, "", 1);
+    EXPECT_EQ(m_served.List(), (CNames{"to/", "to/a/", "to/a/f"}));
+    EXPECT_EQ(Contents("to/a/f"), "12345");
+    const nlohmann::json event = m_served.Tool().WaitForEvent("upload");
+    EXPECT_EQ(event["path"], "to/a/f");
+    EXPECT_EQ(event["bytes"], 5);
+    EXPECT_EQ(event["connection"], "peer");
+}
+
+TEST_F(ServeUpload, LastBlockWithDataEndsItAtOnce)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 5, u"f");
+    Block(peer, 2, "12345", 1);
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+    EXPECT_EQ(Contents("f"), "12345");
+}
+
+TEST_F(ServeUpload, EmptyFileArrives)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 0, u"f");
+    Block(peer, 2, "", 1);
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+    EXPECT_EQ(m_served.Tool().WaitForEvent("upload")["bytes"], 0);
+}
+
+TEST_F(ServeUpload, FileThatShrankOnItsWayIsWhole)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 1000, u"f");
+    Block(peer, 2, "123");
+    Block(peer, 2, "", 1);
+    EXPECT_EQ(Contents("f"), "123");
+    EXPECT_EQ(m_served.Tool().WaitForEvent("upload")["bytes"], 3);
+}
+
+TEST_F(ServeUpload, UnderWayTheOldFileStands)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 6, u"f");
+    Block(peer, 2, "new");
+    EXPECT_EQ(Contents("f"), "old");
+    Block(peer, 2, "est");
+    EXPECT_EQ(Contents("f"), "newest");
+}
+
+TEST_F(ServeUpload, ReplacedFileHandsItsModeOn)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    ASSERT_EQ(chmod(m_served.GetPath("f").c_str(), 0750), 0);
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 1, u"f");
+    Block(peer, 2, "1", 1);
+    struct stat info
+    {
+    };
+    ASSERT_EQ(stat(m_served.GetPath("f").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777U, 0750U);
+}
+
+TEST_F(ServeUpload, CancelledUploadLeavesTheOldFileAndNothingElse)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 100, u"f");
+    Block(peer, 2, "new");
+    peer.Send(Wire::Caop(2) + Wire::Delt(3, u"f"));
+    EXPECT_EQ(Wire::WithoutVersion(peer.ReceivePacket()),
+              Wire::WithoutVersion(Wire::Result("DTRT", 3, 0)));
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+    EXPECT_EQ(Contents("f"), "old");
+    const nlohmann::json event = m_served.Tool().WaitForEvent("incomplete");
+    EXPECT_EQ(event["bytes"], 3);
+    EXPECT_EQ(event["total"], 100);
+    EXPECT_FALSE(event.contains("kept"));
+}
+
+TEST_F(ServeUpload, DeletionWhileItIsWrittenTakesTheOldFileOnly)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 6, u"f");
+    Block(peer, 2, "new");
+    peer.Send(Wire::Delt(3, u"f"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    EXPECT_FALSE(FileExists(m_served.GetPath("f")));
+    Block(peer, 2, "est");
+    EXPECT_EQ(Contents("f"), "newest");
+}
+
+TEST_F(ServeUpload, LostConnectionKeepsWhatArrivedUnderAnotherName)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 100, u"f");
+    Block(peer, 2, "new");
+    peer.Reset();
+    EXPECT_EQ(m_served.Tool().WaitForEvent("incomplete")["kept"], "f.osprey-partial");
+    EXPECT_EQ(m_served.List(), (CNames{"f", "f.osprey-partial"}));
+    EXPECT_EQ(Contents("f"), "old");
+    EXPECT_EQ(Contents("f.osprey-partial"), "new");
+}
+
+TEST_F(ServeUpload, NothingArrivedLeavesNothing)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 100, u"f");
+    peer.Close();
+    EXPECT_FALSE(m_served.Tool().WaitForEvent("incomplete").contains("kept"));
+    EXPECT_TRUE(m_served.List().empty());
+}
+
+TEST_F(ServeUpload, InterruptKeepsWhatArrived)
+{
+    CRawSocket peer = m_served.Connect();
+    CRawSocket unnamed = m_served.ConnectUnnamed();
+    Begin(peer, 2, 100, u"f");
+    Block(peer, 2, "123");
+    Begin(unnamed, 2, 100, u"g");
+    Block(unnamed, 2, "4567");
+    EXPECT_EQ(m_served.Stop(), 0);
+    EXPECT_EQ(m_served.List(), (CNames{"f.osprey-partial", "g.osprey-partial"}));
+    EXPECT_EQ(Contents("f.osprey-partial"), "123");
+    EXPECT_EQ(Contents("g.osprey-partial"), "4567");
+}
+
+TEST_F(ServeUpload, ContinuedUploadGoesOnWithWhatWasKept)
+{
+    {
+        CRawSocket peer = m_served.Connect();
+        Begin(peer, 2, 6, u"f");
+        Block(peer, 2, "abc");
+    }
+    m_served.Tool().WaitForEvent("incomplete");
+    CRawSocket peer = m_served.Connect();
+    EXPECT_EQ(Begin(peer, 2, 6, u"f", ~0ULL), 3U);
+    Block(peer, 2, "def");
+    Block(peer, 2, "", 1);
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+    EXPECT_EQ(Contents("f"), "abcdef");
+}
+
+TEST_F(ServeUpload, ContinuedUploadWithoutABeginningStartsAnew)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    EXPECT_EQ(Begin(peer, 2, 6, u"f", ~0ULL), 0U);
+    Block(peer, 2, "abcdef", 1);
+    EXPECT_EQ(Contents("f"), "abcdef");
+}
+
+TEST_F(ServeUpload, WholeUploadRemovesWhatWasKeptOfAnEarlierOne)
+{
+    m_served.Around().WriteFile("root/f.osprey-partial", "ab");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 1, u"f");
+    Block(peer, 2, "1", 1);
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+}
+
+TEST_F(ServeUpload, TwoConnectionsOfOneNameDoNotEndEachOthersUploads)
+{
+    CRawSocket first = m_served.Connect(u"twin");
+    CRawSocket second = m_served.Connect(u"twin");
+    Begin(first, 2, 6, u"a");
+    Block(first, 2, "abc");
+    Begin(second, 2, 6, u"b");
+    Block(second, 2, "uvw");
+    first.Close();
+    EXPECT_EQ(m_served.Tool().WaitForEvent("incomplete")["path"], "a");
+    Block(second, 2, "xyz");
+    EXPECT_EQ(Contents("b"), "uvwxyz");
+}
+
+TEST_F(ServeUpload, TwoUploadsOfOneFileDoNotMix)
+{
+    CRawSocket first = m_served.Connect(u"one");
+    CRawSocket second = m_served.Connect(u"two");
+    Begin(first, 2, 4, u"f");
+    Begin(second, 2, 4, u"f");
+    Block(first, 2, "aa");
+    Block(second, 2, "bb");
+    Block(first, 2, "aa");
+    EXPECT_EQ(Contents("f"), "aaaa");
+    Block(second, 2, "bb");
+    EXPECT_EQ(Contents("f"), "bbbb");
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+}
+
+TEST_F(ServeUpload, UnnamedConnectionsLeaveNothingUnderConstruction)
+{
+    {
+        CRawSocket unnamed = m_served.ConnectUnnamed();
+        Begin(unnamed, 2, 100, u"f");
+        Block(unnamed, 2, "123");
+    }
+    // The end of a connection without a name is not told: it shows with the next upload.
+    CRawSocket peer = m_served.Connect();
+    bool bKept = false;
+    for (unsigned int dwID = 2; !bKept && dwID < 2000; dwID += 1)
+    {
+        Begin(peer, dwID, 0, u"g");
+        Block(peer, dwID, "", 1);
+        bKept = FileExists(m_served.GetPath("f.osprey-partial"));
+    }
+    EXPECT_TRUE(bKept);
+    EXPECT_EQ(m_served.List(), (CNames{"f.osprey-partial", "g"}));
+}
+
+TEST_F(ServeUpload, NamesOfIncompleteFilesAreRefused)
+{
+    CRawSocket peer = m_served.Connect();
+    peer.Send(Wire::Upfi(2, 1, 0, u"f.osprey-partial"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 6U);
+    EXPECT_EQ(m_served.Tool().WaitForEvent("refused")["reason"],
+              "the name is kept for incomplete files");
+}
+
+TEST_F(ServeUpload, LongestNameIsTaken)
+{
+    CRawSocket peer = m_served.Connect();
+    const std::u16string strName(255, u'n');
+    Begin(peer, 2, 3, strName);
+    Block(peer, 2, "123");
+    EXPECT_EQ(m_served.List(), CNames{std::string(255, 'n')});
+}
+
+TEST_F(ServeUpload, LinkInsideIsFollowedToItsFile)
+{
+    m_served.Around().WriteFile("root/real", "old");
+    fs::create_symlink("real", m_served.GetPath("link"));
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 3, u"link");
+    Block(peer, 2, "new", 1);
+    EXPECT_TRUE(fs::is_symlink(m_served.GetPath("link")));
+    EXPECT_EQ(Contents("real"), "new");
+}

@@ -1,0 +1,79 @@
+#ifndef OSPREY_TESTS_TOOLPROCESS_H
+#define OSPREY_TESTS_TOOLPROCESS_H
+
+#include <sys/types.h>
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+// A run of the real tool. Its standard output and error are read while the test waits for
+// something; every wait has a deadline and fails the test with what it waited for.
+class CToolProcess
+{
+public:
+    // Starts it. nColumns: with a terminal of that width as standard output; 0: with a pipe.
+    // strFolder: its working folder; empty: the test's own.
+    explicit CToolProcess(const std::vector<std::string>& listArguments, int nColumns = 0,
+                          const std::string& strFolder = std::string());
+    // Kills it when it still runs.
+    ~CToolProcess();
+    CToolProcess(const CToolProcess&) = delete;
+    CToolProcess& operator=(const CToolProcess&) = delete;
+
+    void Signal(int nSignal) const;
+
+    // The exit code, or minus the signal that ended it. Reads its output to the end before.
+    int Wait();
+
+    // Waits until the condition holds, reading meanwhile.
+    bool WaitUntil(const std::string& strFor, const std::function<bool()>& fnCondition);
+
+    // Waits until standard output holds the text.
+    bool WaitForOutput(const std::string& strText);
+
+    // Waits for a JSON line of that event, after those that were taken already; null when none
+    // comes.
+    nlohmann::json WaitForEvent(const std::string& strEvent);
+
+    const std::string& GetOutput() const
+    {
+        return m_strOutput;
+    }
+    const std::string& GetErrors() const
+    {
+        return m_strErrors;
+    }
+    // The whole lines of the output.
+    std::vector<std::string> GetLines() const;
+    // The output as JSON; fails the test for a line that is none.
+    std::vector<nlohmann::json> GetEvents() const;
+
+    // From now on nobody reads the standard output.
+    void CloseOutput();
+
+private:
+    bool ReadSome(int nTimeoutMs);
+
+    pid_t m_nProcess = -1;
+    int m_nOutput = -1;
+    int m_nErrors = -1;
+    std::string m_strOutput;
+    std::string m_strErrors;
+    size_t m_nEventsTaken = 0;
+};
+
+// Runs the tool to its end.
+struct CToolRun
+{
+    explicit CToolRun(const std::vector<std::string>& listArguments,
+                      const std::string& strFolder = std::string());
+
+    int m_nExitCode;
+    std::string m_strOutput;
+    std::string m_strErrors;
+    std::vector<std::string> m_listLines;
+};
+
+#endif
