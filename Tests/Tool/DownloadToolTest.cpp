@@ -174,6 +174,7 @@ TEST_F(DownloadTool, InterruptGives130AndLeavesTheOldFile)
 
 TEST_F(DownloadTool, SecondInterruptEndsAtOnceAndLeavesTheOldFile)
 {
+    const CEndWithoutJoin unjoined;
     m_local.WriteFile("f", "old");
     CPeerScript peer;
     const auto pTool = StartDownload(peer);

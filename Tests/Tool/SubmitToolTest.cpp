@@ -296,6 +296,7 @@ TEST_F(SubmitTool, InterruptedUploadLeavesNothingAtTheServer)
 
 TEST_F(SubmitTool, SecondInterruptEndsAtOnce)
 {
+    const CEndWithoutJoin unjoined;
     CPeerScript peer;
     const auto pTool = StartUpload(peer);
     pTool->Signal(SIGINT);

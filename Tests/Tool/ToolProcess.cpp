@@ -78,7 +78,22 @@ std::vector<std::string> Environment()
     return listResult;
 }
 
+const char SANITIZER_OPTIONS[] = "TSAN_OPTIONS";
+
 }  // namespace
+
+CEndWithoutJoin::CEndWithoutJoin()
+{
+    const char* pszBefore = getenv(SANITIZER_OPTIONS);
+    m_strBefore = pszBefore != nullptr ? pszBefore : "";
+    setenv(SANITIZER_OPTIONS, (m_strBefore + ":report_thread_leaks=0:atexit_sleep_ms=0").c_str(),
+           1);
+}
+
+CEndWithoutJoin::~CEndWithoutJoin()
+{
+    setenv(SANITIZER_OPTIONS, m_strBefore.c_str(), 1);
+}
 
 CToolProcess::CToolProcess(const std::vector<std::string>& listArguments, int nColumns,
                            const std::string& strFolder)

@@ -8,6 +8,20 @@
 #include <string>
 #include <vector>
 
+// While it lives, a tool that is started may end with threads that nobody has joined: an end at
+// once joins none. The thread sanitizer would call them leaked, and let them run on for a second.
+class CEndWithoutJoin
+{
+public:
+    CEndWithoutJoin();
+    ~CEndWithoutJoin();
+    CEndWithoutJoin(const CEndWithoutJoin&) = delete;
+    CEndWithoutJoin& operator=(const CEndWithoutJoin&) = delete;
+
+private:
+    std::string m_strBefore;
+};
+
 // A run of the real tool. Its standard output and error are read while the test waits for
 // something; every wait has a deadline and fails the test with what it waited for.
 class CToolProcess

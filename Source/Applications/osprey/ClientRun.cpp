@@ -129,7 +129,7 @@ void CClientRun::WaitForEnd(const CSignals& signals)
         if (nReady > 0 && (sources[0].revents & POLLIN) != 0)
         {
             signals.Wait();
-            Interrupt();
+            Interrupt(signals);
             return;
         }
         if (IsStalled())
@@ -142,11 +142,11 @@ void CClientRun::WaitForEnd(const CSignals& signals)
     }
 }
 
-void CClientRun::Interrupt()
+void CClientRun::Interrupt(const CSignals& signals)
 {
     m_bInterrupted = true;
     m_progress.Interrupted();
-    CSignals::ForceOnNext([this] { CleanUp(); });
+    signals.ForceOnNext([this] { CleanUp(); });
     BeginEnd();
 }
 

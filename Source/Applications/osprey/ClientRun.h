@@ -82,7 +82,7 @@ private:
     void BeginEnd();
     void RunOnce(unsigned int dwAddress, const CSignals& signals);
     void WaitForEnd(const CSignals& signals);
-    void Interrupt();
+    void Interrupt(const CSignals& signals);
     bool IsStalled() const;
     int WaitMs() const;
     void End(EEnd eEnd);

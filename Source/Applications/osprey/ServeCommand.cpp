@@ -127,7 +127,7 @@ int RunServe(const COptions& options, COutput& output)
     }
     events.Listening(wPort, map.Root(), options.m_bReadOnly);
     signals.Wait();
-    CSignals::ForceOnNext([] {});
+    signals.ForceOnNext([] {});
     EndServer(pServer, output);
     transfers.EndAll();
     events.Stopped();

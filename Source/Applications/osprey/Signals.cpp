@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -43,7 +44,13 @@ void WaitForSignal()
 
 }  // namespace
 
-CSignals::CSignals()
+struct CSignals::CForcedEnd
+{
+    std::mutex m_mutex;  // held until the process has ended
+    std::function<void()> m_fnClean;
+};
+
+CSignals::CSignals() : m_pForcedEnd(std::make_shared<CForcedEnd>())
 {
     const sigset_t set = EndSignals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
@@ -53,6 +60,10 @@ CSignals::CSignals()
 
 CSignals::~CSignals()
 {
+    {
+        const std::lock_guard<std::mutex> lock(m_pForcedEnd->m_mutex);
+        m_pForcedEnd->m_fnClean = [] {};
+    }
     if (m_nDescriptor >= 0)
     {
         close(m_nDescriptor);
@@ -78,15 +89,17 @@ void CSignals::Wait() const
     }
 }
 
-void CSignals::ForceOnNext(const std::function<void()>& fnClean)
+void CSignals::ForceOnNext(const std::function<void()>& fnClean) const
 {
+    m_pForcedEnd->m_fnClean = fnClean;
     try
     {
         std::thread(
-            [fnClean]
+            [pForcedEnd = m_pForcedEnd]
             {
                 WaitForSignal();
-                fnClean();
+                const std::lock_guard<std::mutex> lock(pForcedEnd->m_mutex);
+                pForcedEnd->m_fnClean();
                 _exit(EXIT_INTERRUPTED);
             })
             .detach();

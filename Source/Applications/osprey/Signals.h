@@ -2,6 +2,7 @@
 #define OSPREY_TOOL_SIGNALS_H
 
 #include <functional>
+#include <memory>
 
 // The signals that ask the tool to end: SIGINT, SIGTERM, and SIGHUP unless it was ignored at the
 // start. They are blocked, in this thread and those that it starts from then on, and read from a
@@ -23,10 +24,14 @@ public:
     void Wait() const;
 
     // From now on the next signal ends the process at once, with exit code 130; fnClean runs
-    // before, on a thread of its own, and must be quick. Nobody reads the descriptor any more.
-    static void ForceOnNext(const std::function<void()>& fnClean);
+    // before, on a thread of its own, and must be quick. Once this object is gone, it runs no more:
+    // what it needs must live as long. Nobody reads the descriptor any more.
+    void ForceOnNext(const std::function<void()>& fnClean) const;
 
 private:
+    struct CForcedEnd;
+
+    std::shared_ptr<CForcedEnd> m_pForcedEnd;  // the thread's as well
     int m_nDescriptor = -1;
 };
 
