@@ -26,9 +26,11 @@ std::set<std::string> ReadExports()
 }
 
 const char* const INTERFACES[] = {
-    "IOspreyServer",       "IOspreyServerCallback",       "IOspreyProgress",
-    "IFileClientCallback", "ISubmitFileClient",           "ISubmitFileClientCallback",
+    "IOspreyServer",       "IOspreyServerCallback",
+    "IOspreyProgress",     "IFileClientCallback",
+    "ISubmitFileClient",   "ISubmitFileClientCallback",
     "IDownloadFileClient", "IDownloadFileClientCallback",
+    "IWXSPChannelClient",  "IWXSPChannelClientCallback",
 };
 
 TEST(ExportedSymbols, AreTheFunctionsAndTheTypesOfTheInterfaces)
@@ -38,6 +40,7 @@ TEST(ExportedSymbols, AreTheFunctionsAndTheTypesOfTheInterfaces)
         "CreateOspreyServer(IOspreyServerCallback*)",
         "CreateSubmitFileClient(ISubmitFileClientCallback*)",
         "CreateDownloadFileClient(IDownloadFileClientCallback*)",
+        "CreateWXSPChannelClient(IWXSPChannelClientCallback*, unsigned int)",
     };
     for (const char* pszInterface : INTERFACES)
     {

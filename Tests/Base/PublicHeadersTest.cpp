@@ -23,17 +23,17 @@ TEST_P(PublicHeaders, CompileAlone)
     EXPECT_EQ(system(strCommand.c_str()), 0) << strCommand;
 }
 
-INSTANTIATE_TEST_SUITE_P(Hosts, PublicHeaders,
-                         ::testing::Combine(::testing::Values("LibOsprey.h", "OspreyClient.h",
-                                                              "OspreyExport.h", "OspreyServer.h",
-                                                              "OspreyTypes.h", "versionx.h"),
-                                            ::testing::Values("c++11", "c++17")),
-                         [](const auto& test)
-                         {
-                             const std::string strHeader = std::get<0>(test.param);
-                             const std::string strStandard = std::get<1>(test.param);
-                             return strHeader.substr(0, strHeader.find('.')) + "AsCxx" +
-                                    strStandard.substr(3);
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Hosts, PublicHeaders,
+    ::testing::Combine(::testing::Values("LibOsprey.h", "OspreyChannelClient.h", "OspreyClient.h",
+                                         "OspreyExport.h", "OspreyServer.h", "OspreyTypes.h",
+                                         "versionx.h"),
+                       ::testing::Values("c++11", "c++17")),
+    [](const auto& test)
+    {
+        const std::string strHeader = std::get<0>(test.param);
+        const std::string strStandard = std::get<1>(test.param);
+        return strHeader.substr(0, strHeader.find('.')) + "AsCxx" + strStandard.substr(3);
+    });
 
 }  // namespace

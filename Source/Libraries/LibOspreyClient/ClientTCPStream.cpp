@@ -7,6 +7,14 @@ void CClientTCPStream::SetNoDelay()
     m_sock.SetNoDelay();
 }
 
+void CClientTCPStream::ShutdownSend()
+{
+    if (!m_bPendingDestroy && m_sock.IsValid())
+    {
+        m_sock.ShutdownSend();
+    }
+}
+
 void CClientTCPStream::ProcessConnected()
 {
     m_bConnectSuccessful = Orb_TRUE;

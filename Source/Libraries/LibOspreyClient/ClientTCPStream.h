@@ -37,6 +37,8 @@ public:
 
     // Sends each request at once: a block's last segment would else wait for an acknowledgement.
     void SetNoDelay();
+    // Tells the peer that nothing more will be sent; harmless without a connection.
+    void ShutdownSend();
 
     void ProcessConnected() override;
     void ProcessDataReceived(CTCPStreamBuffer* pBuffer) override;

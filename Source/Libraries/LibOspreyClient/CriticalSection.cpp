@@ -48,6 +48,12 @@ void CCompletion::Signal()
     m_condition.notify_all();
 }
 
+void CCompletion::Wait()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_condition.wait(lock, [this] { return m_bDone; });
+}
+
 bool CCompletion::Wait(unsigned int dwTimeoutMs)
 {
     std::unique_lock<std::mutex> lock(m_mutex);

@@ -47,6 +47,7 @@ public:
 
     void Reset();
     void Signal();
+    void Wait();
     // False when dwTimeoutMs milliseconds (by the monotonic clock) passed first.
     bool Wait(unsigned int dwTimeoutMs);
 

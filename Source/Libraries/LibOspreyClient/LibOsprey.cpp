@@ -3,6 +3,7 @@
 #include "DownloadFileClientImpl.h"
 #include "OspreyServerImpl.h"
 #include "SubmitFileClientImpl.h"
+#include "WXSPChannelClientImpl.h"
 
 IOspreyServer* CreateOspreyServer(IOspreyServerCallback* pCallback)
 {
@@ -17,4 +18,10 @@ ISubmitFileClient* CreateSubmitFileClient(ISubmitFileClientCallback* pCallback)
 IDownloadFileClient* CreateDownloadFileClient(IDownloadFileClientCallback* pCallback)
 {
     return new CDownloadFileClientImpl(pCallback);
+}
+
+IWXSPChannelClient* CreateWXSPChannelClient(IWXSPChannelClientCallback* pCallback,
+                                            unsigned int dwUserParam)
+{
+    return new CWXSPChannelClientImpl(pCallback, dwUserParam);
 }

@@ -10,6 +10,7 @@
 // never raises SIGPIPE, and no signal handler is installed. A broken invariant prints the failed
 // condition to standard error and aborts, in every build.
 
+#include "OspreyChannelClient.h"
 #include "OspreyClient.h"
 #include "OspreyServer.h"
 #include "versionx.h"

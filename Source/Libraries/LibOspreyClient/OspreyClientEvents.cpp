@@ -2,7 +2,6 @@
 // both clients send.
 
 #include <cerrno>
-#include <new>
 
 #include "OspreyClientImpl.h"
 
@@ -102,30 +101,9 @@ Orb_BOOL COspreyClientImpl::ProcessNameConnectionRet(PWXS_PACKET pPacket)
     return Orb_TRUE;
 }
 
-CRequestPtr COspreyClientImpl::CreateRequest(unsigned int dwMagic, size_t nDataSize)
-{
-    CRequestPtr pRequest(new (std::nothrow) CSimpleTCPStreamBuffer);
-    if (pRequest == nullptr || nDataSize > static_cast<size_t>(INT32_MAX - WXSP_HEADER_SIZE) ||
-        !pRequest->Create(WXSP_HEADER_SIZE + static_cast<int>(nDataSize)))
-    {
-        return nullptr;
-    }
-    const PWXS_PACKET pPacket = GetPacket(pRequest);
-    pPacket->dwVersion = WXSP_VERSION;
-    pPacket->dwMagic = dwMagic;
-    pPacket->dwDataSize = static_cast<uint32_t>(nDataSize);
-    return pRequest;
-}
-
-PWXS_PACKET COspreyClientImpl::GetPacket(const CRequestPtr& pRequest)
-{
-    return reinterpret_cast<PWXS_PACKET>(pRequest->GetFree(0));
-}
-
 bool COspreyClientImpl::SendRequest(CRequestPtr pRequest)
 {
-    const int nSize = WXSP_HEADER_SIZE + static_cast<int>(GetPacket(pRequest)->dwDataSize);
-    return pRequest->AppendData(nSize) && m_buffersOut.Send(m_stream, pRequest.release());
+    return ::SendRequest(m_buffersOut, m_stream, std::move(pRequest));
 }
 
 void COspreyClientImpl::SendKeepAlive()

@@ -3,8 +3,6 @@
 
 // Internal header. What both file clients are made of.
 
-#include <memory>
-
 #include "ClientTCPStream.h"
 #include "FileTimerHandler.h"
 #include "OspreyClient.h"
@@ -45,8 +43,6 @@ enum CLIENT_PHASE
     PHASE_FILE,
     PHASE_CLEAN_UP,
 };
-
-typedef std::unique_ptr<CSimpleTCPStreamBuffer> CRequestPtr;
 
 // The run of a file client: connect, name the connection, one file after another, clean up.
 //
@@ -102,9 +98,6 @@ protected:
     // Stop pipe, engine, buffers and stream are torn down in an order of each client's own.
     virtual void ReleaseParts() = 0;
 
-    // A request of exactly the size that its payload needs, header filled in. Null without memory.
-    static CRequestPtr CreateRequest(unsigned int dwMagic, size_t nDataSize);
-    static PWXS_PACKET GetPacket(const CRequestPtr& pRequest);
     // Queues a filled request; false when the stream refuses it.
     bool SendRequest(CRequestPtr pRequest);
     // CAOP for the current request; replies to it are ignored from then on.

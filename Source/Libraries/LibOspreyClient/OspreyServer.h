@@ -1,12 +1,13 @@
 #ifndef OSPREY_OSPREYSERVER_H
 #define OSPREY_OSPREYSERVER_H
 
-// The server: what a host creates, drives and implements to serve files to peers.
+// The server: what a host creates, drives and implements to serve files and live channels to peers.
 //
 //   host threads                        worker thread (one a server)
 //   ------------                        ----------------------------
 //   CreateOspreyServer
 //   Startup            ---- starts ---> accepts, receives, reads and writes files
+//   PutChannelPacket   --- (store) ---> sends channel packets
 //   TerminateTask      ---- wakes  ---> detaches one connection
 //                                       OnRequest, OnDisconnect, IOspreyProgress::OnProgress
 //   EndAllConnections  ---- wakes  ---> closes the listener, detaches every connection
@@ -148,13 +149,20 @@ public:
     // when it was found alive, and for an unknown task; false when it is ending already.
     virtual Orb_BOOL TerminateTask(long lTask) = 0;
 
-    // Hands a packet (at most 1,500 bytes, copied) to everybody who reads dwChannel. Any thread.
-    // 0: stored. 4: out of memory. 5: nobody reads this channel; the packet is dropped. Peers
-    // cannot open channels yet, so that the answer is always 5.
+    // Stores a packet for everybody who reads dwChannel: dwSize bytes at pData, 0 to 1,500, copied.
+    // Any thread, any number of them; never waits for a reader.
+    //
+    // 0: stored. A channel keeps its newest 2,048 packets: the oldest goes, whoever has not read
+    // it. 4: not stored: too large, null with a size, or out of memory. 5: not stored: nobody has
+    // opened this channel, or Startup was never called.
+    //
+    // Each connection looks for new packets when it has written all that it took before, or else
+    // every 100 to 200 ms, and takes one of each of its channels in turn. A new reader begins with
+    // the newest packet stored.
     virtual unsigned int PutChannelPacket(unsigned int dwChannel, void* pData,
                                           unsigned int dwSize) = 0;
 
-    // Always 0.0 in this version. Any thread.
+    // Always 0.0 in this version, whatever the channels hold. Any thread.
     virtual float GetChannelMaxBufferUsage() = 0;
 
     // Hosts call Release instead.

@@ -42,6 +42,20 @@ COspreyServer::COspreyServer(CIOEngine* pEngine, IOspreyServerCallback* pCallbac
 COspreyServer::~COspreyServer()
 {
     Destroy();
+    delete m_pChannelPacketServer.load();
+}
+
+// Host threads may be putting packets while another one starts the server again: the store of an
+// earlier run is emptied, never replaced.
+bool COspreyServer::CreateStore()
+{
+    if (m_pChannelPacketServer != nullptr)
+    {
+        m_pChannelPacketServer.load()->RemoveAll();
+        return true;
+    }
+    m_pChannelPacketServer = new (std::nothrow) CChannelPacketServer;
+    return m_pChannelPacketServer != nullptr;
 }
 
 Orb_BOOL COspreyServer::Create(const CSocketAddress& addrLocal, int nBacklog)
@@ -50,7 +64,7 @@ Orb_BOOL COspreyServer::Create(const CSocketAddress& addrLocal, int nBacklog)
     m_bEndRequested = false;
     m_ended.Reset();
     GetEngine()->RemoveDeferredHandler(&m_handlerHostRequests);
-    if (!m_wake.Create() || !m_listener.Create(addrLocal, nBacklog))
+    if (!CreateStore() || !m_wake.Create() || !m_listener.Create(addrLocal, nBacklog))
     {
         Destroy();
         return Orb_FALSE;

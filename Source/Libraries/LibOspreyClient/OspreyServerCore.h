@@ -5,6 +5,7 @@
 
 #include <atomic>
 
+#include "ChannelPacketServer.h"
 #include "CriticalSection.h"
 #include "OspreyServer.h"
 #include "StopLoopPipe.h"
@@ -31,8 +32,9 @@ private:
 // The server's core: accepts connections, keeps the list of their streams, and stands between them
 // and the host.
 //
-// Ownership: owns the listener and every listed stream; borrows engine and host callback.
-// Thread:    the worker; before the worker runs and after it was joined, the host's. Any thread:
+// Ownership: owns the listener, every listed stream and the packet store; borrows engine and host
+// callback. Thread:    the worker; before the worker runs and after it was joined, the host's. Any
+// thread:
 //            TerminateTask, EndAllAndWait and GetStreamCount.
 // Lifetime:  Create, then Destroy when no stream is listed; then Create again.
 class COspreyServer
@@ -85,6 +87,12 @@ public:
     {
         return m_listener.GetEngine();
     }
+    // The store of the channels' packets; null before the first Create, then the same for good. Any
+    // thread.
+    CChannelPacketServer* GetChannelPacketServer() const
+    {
+        return m_pChannelPacketServer;
+    }
 
 protected:
     Orb_BOOL m_bDestroying = Orb_FALSE;  // waiting for the streams after the listener has gone
@@ -92,8 +100,10 @@ protected:
     CDLinkedList m_listStreams;
     CDLinkedList m_listFreeStreams;  // spare streams; nothing ever adds one
     IOspreyServerCallback* m_pCallback;
+    std::atomic<CChannelPacketServer*> m_pChannelPacketServer{nullptr};  // owned
 
 private:
+    bool CreateStore();
     void ProcessHostRequests(void*);
     COspreyServerStream* MakeStream();
     void ListStream(COspreyServerStream* pStream);

@@ -75,15 +75,21 @@ Orb_BOOL COspreyServerImpl::TerminateTask(long lTask)
     return m_server.TerminateTask(lTask);
 }
 
-unsigned int COspreyServerImpl::PutChannelPacket(unsigned int /*dwChannel*/, void* /*pData*/,
-                                                 unsigned int /*dwSize*/)
+unsigned int COspreyServerImpl::PutChannelPacket(unsigned int dwChannel, void* pData,
+                                                 unsigned int dwSize)
 {
-    // Connections cannot open channels yet, so that no channel has a reader.
-    return PUT_NO_READER;
+    CChannelPacketServer* pStore = m_server.GetChannelPacketServer();
+    return pStore != nullptr ? pStore->PutChannelPacket(dwChannel, pData, dwSize) : PUT_NO_READER;
 }
 
+// Hosts of this version expect 0.0, whatever the store measures.
 float COspreyServerImpl::GetChannelMaxBufferUsage()
 {
+    CChannelPacketServer* pStore = m_server.GetChannelPacketServer();
+    if (pStore != nullptr)
+    {
+        pStore->GetMaxBufferUsage();
+    }
     return 0.0F;
 }
 

@@ -8,6 +8,7 @@
 #include "OspreyAssert.h"
 #include "OspreyServerCore.h"
 #include "WXSPBrowserHandler.h"
+#include "WXSPChannelHandler.h"
 #include "WXSPFraming.h"
 
 namespace
@@ -169,6 +170,8 @@ CWXSPProtocolHandler* COspreyServerStream::CreateHandler(unsigned int dwMagic)
             // Without this, the end of each small download waits for a delayed acknowledgement.
             m_sock.SetNoDelay();
             return new (std::nothrow) CWXSPBrowserHandler(m_pServer, this);
+        case OCHS:
+            return new (std::nothrow) CWXSPChannelHandler(m_pServer, this);
         default:
             return nullptr;
     }

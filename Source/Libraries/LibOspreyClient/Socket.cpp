@@ -43,6 +43,11 @@ socklen_t CSocketAddress::GetLength() const
     }
 }
 
+bool CSocketAddress::IsIPAddress(unsigned int dwIPAddress) const
+{
+    return m_any.sa_family == AF_INET && m_in4.sin_addr.s_addr == htonl(dwIPAddress);
+}
+
 bool CSocketAddress::GetIPAddressString(char* pText, unsigned int dwSize) const
 {
     switch (m_any.sa_family)

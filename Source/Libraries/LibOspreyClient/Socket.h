@@ -24,6 +24,8 @@ public:
     const sockaddr* GetAddress() const;
     // 16 for IPv4, 28 for IPv6, 0 for any other family.
     socklen_t GetLength() const;
+    // True for this IPv4 address, in host byte order, whatever the port.
+    bool IsIPAddress(unsigned int dwIPAddress) const;
     // Writes the address as text, without the port. False for another family, or for a size that
     // does not hold it.
     bool GetIPAddressString(char* pText, unsigned int dwSize) const;

@@ -52,6 +52,11 @@ public:
     // Runs a pending destroy now, for an owner whose engine runs no more. The stream may be deleted
     // by it; harmless when none is pending.
     void CompleteDestroy();
+    // False when there is no connection.
+    bool GetPeerAddress(CSocketAddress& addrRemote) const
+    {
+        return m_sock.GetPeerAddress(addrRemote);
+    }
     bool IsPendingDestroy() const
     {
         return m_bPendingDestroy;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <new>
 
 #include "ConvertUTF.h"
 
@@ -81,6 +82,32 @@ bool CollectPackets(CRingTCPStreamBuffer& ring, CTCPStreamBuffer& received, IWXS
         CutPackets(ring, sink);
     }
     return true;
+}
+
+CRequestPtr CreateRequest(unsigned int dwMagic, size_t nDataSize)
+{
+    CRequestPtr pRequest(new (std::nothrow) CSimpleTCPStreamBuffer);
+    if (pRequest == nullptr || nDataSize > static_cast<size_t>(INT_MAX - WXSP_HEADER_SIZE) ||
+        !pRequest->Create(WXSP_HEADER_SIZE + static_cast<int>(nDataSize)))
+    {
+        return nullptr;
+    }
+    const PWXS_PACKET pPacket = GetPacket(pRequest);
+    pPacket->dwVersion = WXSP_VERSION;
+    pPacket->dwMagic = dwMagic;
+    pPacket->dwDataSize = static_cast<uint32_t>(nDataSize);
+    return pRequest;
+}
+
+PWXS_PACKET GetPacket(const CRequestPtr& pRequest)
+{
+    return reinterpret_cast<PWXS_PACKET>(pRequest->GetFree(0));
+}
+
+bool SendRequest(CSendBufferOwner& buffersOut, CTCPStream& stream, CRequestPtr pRequest)
+{
+    const int nSize = WXSP_HEADER_SIZE + static_cast<int>(GetPacket(pRequest)->dwDataSize);
+    return pRequest->AppendData(nSize) && buffersOut.Send(stream, pRequest.release());
 }
 
 bool HoldsRecord(const _WXS_PACKET* pPacket, size_t nRecordSize)

@@ -6,10 +6,12 @@
 // A packet is 12 + dwDataSize bytes. Sizes are computed in 64 bits: what exceeds a ring never
 // completes, it does not wrap.
 
+#include <memory>
 #include <string>
 
 #include "OspreyTypes.h"
 #include "RingTCPStreamBuffer.h"
+#include "SendBufferOwner.h"
 #include "UTF16String.h"
 #include "WXSPProtocol.h"
 
@@ -34,6 +36,17 @@ protected:
 // on every packet that completes. The ring grows for a packet larger than itself. False when the
 // ring is full and cannot grow; the rest of the bytes is then still in `received`.
 bool CollectPackets(CRingTCPStreamBuffer& ring, CTCPStreamBuffer& received, IWXSPPacketSink& sink);
+
+// A packet that a client builds and sends.
+typedef std::unique_ptr<CSimpleTCPStreamBuffer> CRequestPtr;
+
+// A request of exactly the size that its payload of nDataSize bytes needs, header filled in. Null
+// without memory.
+CRequestPtr CreateRequest(unsigned int dwMagic, size_t nDataSize);
+// The packet in a request that was not sent yet.
+PWXS_PACKET GetPacket(const CRequestPtr& pRequest);
+// Queues a filled request; false when the stream refuses it.
+bool SendRequest(CSendBufferOwner& buffersOut, CTCPStream& stream, CRequestPtr pRequest);
 
 // The payload of a packet, as one of its records.
 template <class CRecord>

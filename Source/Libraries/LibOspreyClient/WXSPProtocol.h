@@ -55,6 +55,8 @@ const int WXSP_RING_SIZE = 0x20000;          // receive ring: the largest packet
 const int WXSP_CLIENT_RECEIVE_SIZE = 1024;   // one receive of a client
 const int WXSP_UPLOAD_BLOCK_SIZE = 32768;    // file data in an UPFB, at most
 const int WXSP_DOWNLOAD_BLOCK_SIZE = 65536;  // file data in a DFRB, at most
+const int WXSP_MAX_CHANNELS = 10;            // numbers in an OCHS, at most
+const int WXSP_CHANNEL_DATA_SIZE = 1500;     // data in a CPKT, at most
 
 struct __attribute__((packed)) _WXS_PACKET
 {
@@ -110,6 +112,18 @@ struct __attribute__((packed)) _WXS_CANCEL
     uint32_t dwRequestID;
 };
 
+// Payload of an OCHS; the channel numbers follow, 4 bytes each.
+struct __attribute__((packed)) _WXS_OPEN_CHANNELS
+{
+    uint32_t dwNumChannels;
+};
+
+// Payload of a CPKT; the data follows.
+struct __attribute__((packed)) _WXS_CHANNEL_PACKET
+{
+    uint32_t dwChannel;
+};
+
 // Payloads of replies.
 
 struct __attribute__((packed)) _WXS_RESULT  // NAMR, CDRT, DTRT, UPBR
@@ -145,6 +159,8 @@ static_assert(sizeof(_WXS_PACKET) == 12, "wire layout");
 static_assert(sizeof(_WXS_DOWN_FILE) == 24 - 12, "wire layout");
 static_assert(sizeof(_WXS_UPLOAD_FILE) == 44 - 12, "wire layout");
 static_assert(sizeof(_WXS_UPLOAD_FILE_BLOCK) == 20 - 12, "wire layout");
+static_assert(sizeof(_WXS_OPEN_CHANNELS) == 16 - 12, "wire layout");
+static_assert(sizeof(_WXS_CHANNEL_PACKET) == 16 - 12, "wire layout");
 static_assert(sizeof(_WXS_RESULT) == 20 - 12, "wire layout");
 static_assert(sizeof(_WXS_DOWN_FILE_RET) == 40 - 12, "wire layout");
 static_assert(sizeof(_WXS_DOWN_FILE_BLOCK) == 16 - 12, "wire layout");

@@ -1,0 +1,130 @@
+#include "ChannelPacketServer.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "DebugLog.h"
+
+namespace
+{
+
+const unsigned int CAPACITY = 2048;  // packets in a channel
+const size_t MAX_CHANNELS = 4096;
+
+const unsigned int PUT_NO_USER = 5;
+
+}  // namespace
+
+CChannelPacketServer::~CChannelPacketServer()
+{
+    RemoveAll();
+}
+
+Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32 channel)
+{
+    OSPREY_DEBUG_RECORD("AddChannel = " << channel);
+    const CAutoSectionLock lock(m_cs);
+    CChannelPacketBuffer* pBuffer = FindBuffer(channel);
+    if (pBuffer == nullptr)
+    {
+        pBuffer = MakeBuffer(channel);
+    }
+    if (pBuffer == nullptr)
+    {
+        return Orb_FALSE;
+    }
+    pBuffer->AddRef();
+    return Orb_TRUE;
+}
+
+CChannelPacketBuffer* CChannelPacketServer::FindBuffer(unsigned int dwChannel) const
+{
+    const auto it = m_mapChannels.find(dwChannel);
+    return it != m_mapChannels.end() ? it->second : nullptr;
+}
+
+CChannelPacketBuffer* CChannelPacketServer::MakeBuffer(unsigned int dwChannel)
+{
+    if (m_mapChannels.size() >= MAX_CHANNELS)
+    {
+        return nullptr;
+    }
+    std::unique_ptr<CChannelPacketBuffer> pBuffer(new (std::nothrow)
+                                                      CChannelPacketBuffer(dwChannel));
+    if (pBuffer == nullptr || pBuffer->Create(CAPACITY) == 0)
+    {
+        return nullptr;
+    }
+    try
+    {
+        m_mapChannels[dwChannel] = pBuffer.get();
+    }
+    catch (const std::bad_alloc&)
+    {
+        return nullptr;
+    }
+    return pBuffer.release();
+}
+
+void CChannelPacketServer::RemoveChannel(unsigned int dwChannel, long lTask)
+{
+    const CAutoSectionLock lock(m_cs);
+    CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel);
+    if (pBuffer == nullptr)
+    {
+        return;
+    }
+    pBuffer->RemoveTask(lTask);
+    if (pBuffer->RemoveRef() < 1)
+    {
+        m_mapChannels.erase(dwChannel);
+        delete pBuffer;
+    }
+}
+
+void CChannelPacketServer::RemoveTask(unsigned int dwChannel, long lTask)
+{
+    const CAutoSectionLock lock(m_cs);
+    if (CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel))
+    {
+        pBuffer->RemoveTask(lTask);
+    }
+}
+
+void CChannelPacketServer::RemoveAll()
+{
+    const CAutoSectionLock lock(m_cs);
+    for (const auto& channel : m_mapChannels)
+    {
+        delete channel.second;
+    }
+    m_mapChannels.clear();
+}
+
+unsigned int CChannelPacketServer::PutChannelPacket(unsigned int dwChannel, void* pData,
+                                                    unsigned int dwSize)
+{
+    const CAutoSectionLock lock(m_cs);
+    CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel);
+    return pBuffer != nullptr ? pBuffer->PutChannelPacket(pData, dwSize) : PUT_NO_USER;
+}
+
+CChannelPacketItem* CChannelPacketServer::GetChannelPacket(unsigned int dwChannel, long lTask,
+                                                           int bLocal)
+{
+    const CAutoSectionLock lock(m_cs);
+    CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel);
+    return pBuffer != nullptr ? pBuffer->GetPacket(lTask, bLocal) : nullptr;
+}
+
+float CChannelPacketServer::GetMaxBufferUsage()
+{
+    const CAutoSectionLock lock(m_cs);
+    float fMax = 0.0F;
+    for (const auto& channel : m_mapChannels)
+    {
+        fMax = std::max(fMax, channel.second->GetBufferUsage());
+    }
+    return fMax;
+}

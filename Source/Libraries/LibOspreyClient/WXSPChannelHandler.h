@@ -1,0 +1,80 @@
+#ifndef OSPREY_WXSPCHANNELHANDLER_H
+#define OSPREY_WXSPCHANNELHANDLER_H
+
+// Internal header.
+
+#include <list>
+
+#include "ChannelPacketServer.h"
+#include "ChannelSimpleBuffer.h"
+#include "IOEngine.h"
+#include "MethodCallbackHandler.h"
+#include "WXSPProtocolHandler.h"
+
+// Streams the packets of up to 10 channels to one connection:
+//
+//   store --a batch of at most 32, the channels in turn--> m_listPackets --one at a time--> stream
+//     ^                                                         | empty, nothing new
+//     +---- the next batch once all is written                  v
+//     +---------------------------------------------------- timer
+//
+// Only TCP's own back-pressure slows a connection down; what a slow one skips is decided by the
+// store. An idle connection looks 100 ms after the request and every 200 ms from then on.
+//
+// A further OCHS replaces the list and leaves the channels of the earlier one registered in the
+// store for good; peers depend on it. So that nobody fills the store that way, the 65th channel
+// left behind is refused.
+//
+// Ownership: owns every buffer from gathering to its return, and its reference to the packet;
+//            borrows the store.
+// Otherwise as CWXSPProtocolHandler.
+class CWXSPChannelHandler final : public CWXSPProtocolHandler
+{
+public:
+    CWXSPChannelHandler(COspreyServer* pServer, COspreyServerStream* pStream);
+    ~CWXSPChannelHandler() override;
+
+    void OnSendComplete(CTCPStreamBuffer* pBuffer) override;
+    void OnTimeout(unsigned int /*dwA*/, unsigned int /*dwB*/) override {}
+    // REQUIRES: the transport has been torn down, so that no queue holds a buffer.
+    void OnShutdown() override;
+    Orb_BOOL ProcessRequest(PWXS_PACKET pPacket) override;
+
+    Orb_BOOL ProcessOpenChannelRequest(PWXS_PACKET pPacket);
+    // Gathers the next batch and starts it, or waits for packets. Nothing while a batch is left.
+    void SendChannelPackets();
+    void ProcessCheckPacketTimeout(void*);
+    // Gives back what was gathered and not handed to the stream yet.
+    void ClearPacketPool();
+
+private:
+    enum
+    {
+        MAX_LEFT_BEHIND = 64
+    };
+
+    long GetTask() const;
+    int IsPeerLocal() const;
+    bool LeaveChannelsBehind();
+    void GatherBatch(int bLocal);
+    bool GatherPacket(unsigned int dwChannel, int bLocal);
+    bool PrepareSpare();
+    void SendFirst();
+    void GiveBack(CChannelSimpleBuffer* pBuffer);
+    void WaitForPackets();
+
+    CCriticalSection m_cs;
+    unsigned int m_dwNumChannels = 0;
+    unsigned int m_dwChannels[WXSP_MAX_CHANNELS] = {};
+    std::list<CChannelSimpleBuffer*> m_listPackets;
+    CChannelPacketServer* m_pChannelPacketServer;
+    CMethodCallbackHandler<CWXSPChannelHandler, CTimerHandler> m_timerCheckPacket;
+
+    bool m_bAdded[WXSP_MAX_CHANNELS] = {};              // which of the channels are registered
+    unsigned int m_dwLeftBehind[MAX_LEFT_BEHIND] = {};  // channels of earlier requests
+    int m_nLeftBehind = 0;
+    CDLinkedList m_listOut;                        // buffers at the stream
+    std::list<CChannelSimpleBuffer*> m_listSpare;  // one buffer at most, for the next packet
+};
+
+#endif
