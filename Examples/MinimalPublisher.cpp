@@ -48,15 +48,15 @@ int main(int argc, char** argv)
     }
     CHost host;
     IOspreyServer* pServer = CreateOspreyServer(&host);
-    const bool bRuns = pServer->Startup(0, static_cast<unsigned short>(atoi(argv[1])));
-    unsigned int dwNumber = 0;
-    while (bRuns)
+    if (!pServer->Startup(0, static_cast<unsigned short>(atoi(argv[1]))))
+    {
+        pServer->Release();
+        return 1;
+    }
+    for (unsigned int dwNumber = 0;; ++dwNumber)
     {
         // 5 means that nobody reads the channel: no reason to stop.
         pServer->PutChannelPacket(1, &dwNumber, sizeof dwNumber);
-        ++dwNumber;
         usleep(10000);
     }
-    pServer->Release();
-    return 1;
 }
