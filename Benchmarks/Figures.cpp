@@ -1,6 +1,7 @@
 #include "Figures.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 double Quantile(std::vector<double>& listSamples, double dPart)
@@ -11,7 +12,7 @@ double Quantile(std::vector<double>& listSamples, double dPart)
     }
     std::sort(listSamples.begin(), listSamples.end());
     const double dIndex = dPart * static_cast<double>(listSamples.size() - 1);
-    return listSamples[static_cast<size_t>(dIndex + 0.5)];
+    return listSamples[static_cast<size_t>(lround(dIndex))];
 }
 
 std::string Spread(std::vector<double> listSamples, int nDecimals)

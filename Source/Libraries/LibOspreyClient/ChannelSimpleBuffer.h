@@ -3,7 +3,7 @@
 
 // Internal header.
 
-#include "ChannelPacketBuffer.h"
+#include "ChannelPacketItem.h"
 
 // A send buffer over the bytes of a channel packet: the packet is never copied. Like the simple
 // buffer, it can stand in its owner's list of buffers that are out at a stream.
