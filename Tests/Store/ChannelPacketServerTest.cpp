@@ -178,6 +178,7 @@ TEST_F(ChannelPacketServer, RemoveAllRemovesChannelsWhateverTheirUsers)
 
 TEST_F(ChannelPacketServer, StoreTakesEverythingWithItWhateverTheUsers)
 {
+    m_store.AddChannel(9);  // the first debug record of a process makes its logger
     const long long llBefore = GetAllocations() - GetDeallocations();
     CChannelPacketItem* pHeld = nullptr;
     {
