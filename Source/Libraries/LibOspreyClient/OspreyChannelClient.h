@@ -17,6 +17,10 @@
 // behind skips what was dropped meanwhile. Packets carry no number: put one into the data where it
 // matters. What the server put while a connection was down is not repeated.
 //
+// Attempts go on without limit, with one exception: when neither descriptor nor memory for one is
+// to be had, nothing is reported and no further one follows. A host that may run out of either
+// watches for silence and starts a new client.
+//
 // Calls into the host run on the worker thread, but for one case named at OnConnectFailed; answer
 // promptly (nothing is received meanwhile), and do not throw. Release may be called from inside a
 // callback: nothing is called any more, and it takes effect when the callback has returned. Connect
