@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <sstream>
 
+#include "ChannelOptions.h"
+#include "CommandOptions.h"
 #include "Text.h"
 
 namespace
@@ -13,12 +15,14 @@ namespace
 const size_t LONGEST_CONNECTION_NAME = 259;  // UTF-16 units
 const unsigned int LONGEST_SECONDS = 86400;
 
+const char COMMANDS[] = "serve, submit, download, publish, subscribe or version";
+
 const char EXIT_CODES[] =
     "Exit codes:\n"
     "  0    all done\n"
-    "  1    some file failed; each is named on standard error\n"
+    "  1    a file, a source or a sink failed; each is named on standard error\n"
     "  2    wrong usage\n"
-    "  3    could not connect (serve: could not listen)\n"
+    "  3    could not connect (serve, publish: could not listen)\n"
     "  4    connection lost\n"
     "  130  interrupted\n";
 
@@ -27,6 +31,8 @@ const char MAIN_EXAMPLES[] =
     "  osprey serve --root /srv/files\n"
     "  osprey submit 192.168.0.7 photos notes.txt\n"
     "  osprey download 192.168.0.7 photos/a.jpg -o /tmp\n"
+    "  osprey publish --channel 1=udp:5000\n"
+    "  osprey subscribe 192.168.0.7 --channel 1\n"
     "\n"
     "\"osprey COMMAND --help\" tells more about a command.\n"
     "\n";
@@ -39,7 +45,8 @@ const char SERVE_NOTES[] =
     "\n"
     "Examples:\n"
     "  osprey serve --root /srv/files\n"
-    "  osprey serve --root . --port 9000 --read-only --json\n";
+    "  osprey serve --root . --port 9000 --read-only --json\n"
+    "  osprey serve --root . --channel 1=udp:5000\n";
 
 const char SUBMIT_NOTES[] =
     "HOST is a name or an IPv4 address. A folder is sent with all that is in it,\n"
@@ -60,54 +67,19 @@ const char DOWNLOAD_NOTES[] =
     "  osprey download 192.168.0.7 photos/a.jpg photos/b.jpg\n"
     "  osprey download camera-3:9000 log/today.txt -o /tmp\n";
 
-// What the command line gives as text and is checked afterwards.
-struct CRaw
-{
-    std::string m_strPort;
-    std::string m_strPeer;
-};
-
-// A number of seconds from a lowest one on; the help text says so in words.
-CLI::Validator Seconds(unsigned int dwLowest)
-{
-    return CLI::Range(dwLowest, LONGEST_SECONDS).description("");
-}
-
-void AddCommon(CLI::App& command, COptions& options)
-{
-    command.add_flag("--json", options.m_bJson, "Print one JSON object a line");
-    command.add_flag("-q,--quiet", options.m_bQuiet, "Print errors only");
-    command
-        .add_option("--trace", options.m_strTrace, "Append the library's own trace lines to FILE")
-        ->type_name("FILE");
-}
-
 void AddServe(CLI::App& app, COptions& options, CRaw& raw)
 {
     CLI::App* pServe = app.add_subcommand("serve", "Serve a folder to peers");
     pServe->add_option("--root", options.m_strRoot, "The folder to serve")
         ->type_name("DIR")
         ->required();
-    pServe
-        ->add_option("-p,--port", raw.m_strPort,
-                     "TCP port to listen on [" + std::to_string(OSPREY_DEFAULT_PORT) +
-                         "]; 0 picks a free one")
-        ->type_name("PORT");
+    AddPort(*pServe, raw);
     pServe->add_flag("--read-only", options.m_bReadOnly,
                      "Refuse uploads, new folders and deletions");
+    AddSources(*pServe, options, raw);
     AddCommon(*pServe, options);
-    pServe->footer(std::string(SERVE_NOTES) + "\n" + EXIT_CODES);
+    pServe->footer(SERVE_NOTES + ("\n" + ExitCodes()));
     pServe->callback([&options] { options.m_eCommand = COMMAND_SERVE; });
-}
-
-void AddPeer(CLI::App& command, CRaw& raw)
-{
-    command
-        .add_option(
-            "HOST", raw.m_strPeer,
-            "HOST[:PORT] of the server; the port [" + std::to_string(OSPREY_DEFAULT_PORT) + "]")
-        ->type_name("")
-        ->required();
 }
 
 void AddClient(CLI::App& command, COptions& options)
@@ -116,11 +88,7 @@ void AddClient(CLI::App& command, COptions& options)
         .add_option("--name", options.m_strConnection,
                     "Name in the server's log [host name-process id]")
         ->type_name("NAME");
-    command
-        .add_option("--connect-timeout", options.m_dwConnectSeconds,
-                    "Give up connecting after this time [10]")
-        ->type_name("SECONDS")
-        ->check(Seconds(1));
+    AddConnectTimeout(command, options);
     command
         .add_option("--stall-timeout", options.m_dwStallSeconds,
                     "Give up when nothing moves so long [60]; 0: never")
@@ -139,7 +107,7 @@ void AddSubmit(CLI::App& app, COptions& options, CRaw& raw)
     pSubmit->add_option("--to", options.m_strTo, "Folder at the server to send to [the served one]")
         ->type_name("NAME");
     AddClient(*pSubmit, options);
-    pSubmit->footer(std::string(SUBMIT_NOTES) + "\n" + EXIT_CODES);
+    pSubmit->footer(SUBMIT_NOTES + ("\n" + ExitCodes()));
     pSubmit->callback([&options] { options.m_eCommand = COMMAND_SUBMIT; });
 }
 
@@ -155,7 +123,7 @@ void AddDownload(CLI::App& app, COptions& options, CRaw& raw)
                      "Folder for the files, created when missing [.]")
         ->type_name("DIR");
     AddClient(*pDownload, options);
-    pDownload->footer(std::string(DOWNLOAD_NOTES) + "\n" + EXIT_CODES);
+    pDownload->footer(DOWNLOAD_NOTES + ("\n" + ExitCodes()));
     pDownload->callback([&options] { options.m_eCommand = COMMAND_DOWNLOAD; });
 }
 
@@ -203,14 +171,24 @@ bool CheckConnectionName(COptions& options, std::string& strReason)
     return true;
 }
 
-bool CheckClient(COptions& options, const CRaw& raw, std::string& strReason)
+bool CheckPeer(COptions& options, const CRaw& raw, std::string& strReason)
 {
     if (!ParsePeer(raw.m_strPeer, options.m_peer, strReason))
     {
         strReason = "HOST " + QuoteText(raw.m_strPeer) + ": " + strReason;
         return false;
     }
-    return CheckRemoteRoot(options, strReason) && CheckConnectionName(options, strReason);
+    return true;
+}
+
+bool CheckPort(COptions& options, const CRaw& raw, std::string& strReason)
+{
+    if (!raw.m_strPort.empty() && !ParsePort(raw.m_strPort, 0, options.m_wPort))
+    {
+        strReason = "--port: not a number from 0 to 65535: " + QuoteText(raw.m_strPort);
+        return false;
+    }
+    return true;
 }
 
 bool Check(COptions& options, const CRaw& raw, std::string& strReason)
@@ -218,15 +196,14 @@ bool Check(COptions& options, const CRaw& raw, std::string& strReason)
     switch (options.m_eCommand)
     {
         case COMMAND_SERVE:
-            if (!raw.m_strPort.empty() && !ParsePort(raw.m_strPort, 0, options.m_wPort))
-            {
-                strReason = "--port: not a number from 0 to 65535: " + QuoteText(raw.m_strPort);
-                return false;
-            }
-            return true;
+        case COMMAND_PUBLISH:
+            return CheckPort(options, raw, strReason) && CheckSources(options, raw, strReason);
         case COMMAND_SUBMIT:
         case COMMAND_DOWNLOAD:
-            return CheckClient(options, raw, strReason);
+            return CheckPeer(options, raw, strReason) && CheckRemoteRoot(options, strReason) &&
+                   CheckConnectionName(options, strReason);
+        case COMMAND_SUBSCRIBE:
+            return CheckPeer(options, raw, strReason) && CheckSinks(options, raw, strReason);
         default:
             return true;
     }
@@ -258,11 +235,11 @@ std::string CommandFault(int nArguments, const char* const* ppszArguments)
 {
     if (nArguments < 2)
     {
-        return "a command is needed: serve, submit, download or version";
+        return "a command is needed: " + std::string(COMMANDS);
     }
     if (*ppszArguments[1] == '-')
     {
-        return "the command comes first: serve, submit, download or version";
+        return "the command comes first: " + std::string(COMMANDS);
     }
     return "there is no command " + QuoteText(ppszArguments[1]);
 }
@@ -276,16 +253,66 @@ void AddVersion(CLI::App& app, COptions& options)
 
 }  // namespace
 
+// A number of seconds from a lowest one on; the help text says so in words.
+CLI::Validator Seconds(unsigned int dwLowest)
+{
+    return CLI::Range(dwLowest, LONGEST_SECONDS).description("");
+}
+
+void AddCommon(CLI::App& command, COptions& options)
+{
+    command.add_flag("--json", options.m_bJson, "Print one JSON object a line");
+    command.add_flag("-q,--quiet", options.m_bQuiet, "Print errors only");
+    command
+        .add_option("--trace", options.m_strTrace, "Append the library's own trace lines to FILE")
+        ->type_name("FILE");
+}
+
+std::string ExitCodes()
+{
+    return EXIT_CODES;
+}
+
+void AddPort(CLI::App& command, CRaw& raw)
+{
+    command
+        .add_option("-p,--port", raw.m_strPort,
+                    "TCP port to listen on [" + std::to_string(OSPREY_DEFAULT_PORT) +
+                        "]; 0 picks a free one")
+        ->type_name("PORT");
+}
+
+void AddPeer(CLI::App& command, CRaw& raw)
+{
+    command
+        .add_option(
+            "HOST", raw.m_strPeer,
+            "HOST[:PORT] of the server; the port [" + std::to_string(OSPREY_DEFAULT_PORT) + "]")
+        ->type_name("")
+        ->required();
+}
+
+void AddConnectTimeout(CLI::App& command, COptions& options)
+{
+    command
+        .add_option("--connect-timeout", options.m_dwConnectSeconds,
+                    "Give up connecting after this time [10]")
+        ->type_name("SECONDS")
+        ->check(Seconds(1));
+}
+
 CParsed ParseCommandLine(int nArguments, const char* const* ppszArguments, COptions& options)
 {
     CRaw raw;
-    CLI::App app("Moves files between this machine and a server.", "osprey");
+    CLI::App app("Moves files and live channels between this machine and a server.", "osprey");
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     app.require_subcommand(1);
-    app.footer(std::string(MAIN_EXAMPLES) + EXIT_CODES);
+    app.footer(MAIN_EXAMPLES + ExitCodes());
     AddServe(app, options, raw);
     AddSubmit(app, options, raw);
     AddDownload(app, options, raw);
+    AddPublish(app, options, raw);
+    AddSubscribe(app, options, raw);
     AddVersion(app, options);
     for (CLI::App* pCommand : app.get_subcommands(nullptr))
     {

@@ -5,14 +5,15 @@
 #include <vector>
 
 #include "Address.h"
+#include "ChannelSpec.h"
 
 // What the tool's exit code says. Signals.h has the one for an interruption, 130.
 enum EExitCode
 {
     EXIT_DONE = 0,
-    EXIT_FILE_FAILED = 1,
+    EXIT_FILE_FAILED = 1,  // publish, subscribe: a source or sink failed
     EXIT_USAGE = 2,
-    EXIT_NOT_CONNECTED = 3,  // serve: could not listen
+    EXIT_NOT_CONNECTED = 3,  // serve, publish: could not listen
     EXIT_CONNECTION_LOST = 4,
 };
 
@@ -22,6 +23,8 @@ enum ECommand
     COMMAND_SERVE,
     COMMAND_SUBMIT,
     COMMAND_DOWNLOAD,
+    COMMAND_PUBLISH,
+    COMMAND_SUBSCRIBE,
     COMMAND_VERSION,
 };
 
@@ -32,17 +35,25 @@ struct COptions
     bool m_bQuiet = false;
     std::string m_strTrace;  // file for the library's trace lines; empty: nowhere
 
-    std::string m_strRoot;  // serve
-    unsigned short m_wPort = OSPREY_DEFAULT_PORT;
+    std::string m_strRoot;                         // serve
+    unsigned short m_wPort = OSPREY_DEFAULT_PORT;  // serve, publish
     bool m_bReadOnly = false;
 
-    CPeer m_peer;                          // submit, download
+    CPeer m_peer;                          // submit, download, subscribe
     std::vector<std::string> m_listNames;  // local paths, or names at the peer
     std::string m_strTo;                   // submit: remote root
     std::string m_strFolder = ".";         // download: where the files go
     std::string m_strConnection;           // name of the connection
     unsigned int m_dwConnectSeconds = 10;
     unsigned int m_dwStallSeconds = 60;  // 0: wait for ever
+
+    std::vector<CSourceSpec> m_listSources;  // publish, serve
+    CStreamOptions m_stream;
+    unsigned int m_dwLingerSeconds = 1;
+
+    std::vector<CSinkSpec> m_listSinks;  // subscribe
+    Orb_U64 m_ullCount = 0;              // packets; 0: no end
+    unsigned int m_dwForSeconds = 0;     // 0: no end
 };
 
 // Result of reading the command line.

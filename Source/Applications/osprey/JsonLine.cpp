@@ -53,6 +53,12 @@ CJsonLine& CJsonLine::Number(const char* pszKey, Orb_U64 ullValue)
     return *this;
 }
 
+CJsonLine& CJsonLine::Numbers(const char* pszKey, const std::vector<Orb_U32>& listValues)
+{
+    m_pFields->m_json[pszKey] = listValues;
+    return *this;
+}
+
 CJsonLine& CJsonLine::Real(const char* pszKey, double dValue)
 {
     m_pFields->m_json[pszKey] = std::isfinite(dValue) ? dValue : 0.0;

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "LibOsprey.h"
 
@@ -20,6 +21,7 @@ public:
 
     CJsonLine& Text(const char* pszKey, const std::string& strValue);
     CJsonLine& Number(const char* pszKey, Orb_U64 ullValue);
+    CJsonLine& Numbers(const char* pszKey, const std::vector<Orb_U32>& listValues);
     CJsonLine& Real(const char* pszKey, double dValue);
     CJsonLine& Flag(const char* pszKey, bool bValue);
 

@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,7 @@ namespace
 {
 
 const int DEFAULT_COLUMNS = 80;
+const int DEFAULT_ROWS = 24;
 
 // 0, or the errno of the failure.
 int WriteAll(int nDescriptor, const std::string& strText)
@@ -82,6 +84,11 @@ bool COutput::TraceTo(const std::string& strFile)
 void COutput::Write(const std::string& strText)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    WriteLocked(strText);
+}
+
+void COutput::WriteLocked(const std::string& strText)
+{
     if (m_bBroken || m_nOutput < 0)
     {
         return;
@@ -113,12 +120,14 @@ void COutput::ReportFailure(int nError)
 
 void COutput::Line(const std::string& strText)
 {
-    Write(strText + "\n");
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    WriteLocked(TakeRows() + strText + "\n");
 }
 
 void COutput::Error(const std::string& strText)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    WriteLocked(TakeRows());
     // Nobody is left to be told when this fails too.
     static_cast<void>(WriteAll(STDERR_FILENO, "osprey: " + strText + "\n"));
 }
@@ -137,6 +146,50 @@ bool COutput::IsBroken() const
     return m_bBroken;
 }
 
+bool COutput::HasFailed() const
+{
+    return m_bFailureTold;
+}
+
+int COutput::GiveAway()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const int nOutput = m_nOutput;
+    m_nOutput = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    return nOutput;
+}
+
+void COutput::Draw(const std::vector<std::string>& listRows)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const size_t nMost = static_cast<size_t>(std::max(Rows() - 1, 1));
+    std::string strText = TakeRows();
+    for (; m_nRows < std::min(listRows.size(), nMost); ++m_nRows)
+    {
+        strText += (m_nRows == 0 ? "" : "\n") + listRows[m_nRows];
+    }
+    WriteLocked(strText);
+}
+
+void COutput::LeaveRows()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    WriteLocked(m_nRows > 0 ? "\n" : "");
+    m_nRows = 0;
+}
+
+// Takes the rows off the terminal: the text that does it.
+std::string COutput::TakeRows()
+{
+    if (m_nRows == 0)
+    {
+        return std::string();
+    }
+    const std::string strUp = m_nRows > 1 ? "\x1B[" + std::to_string(m_nRows - 1) + "A" : "";
+    m_nRows = 0;
+    return "\r" + strUp + "\x1B[J";
+}
+
 bool COutput::IsTerminal() const
 {
     const char* pszTerm = getenv("TERM");
@@ -152,4 +205,14 @@ int COutput::Columns() const
         return DEFAULT_COLUMNS;
     }
     return size.ws_col;
+}
+
+int COutput::Rows() const
+{
+    winsize size{};
+    if (m_nOutput < 0 || ioctl(m_nOutput, TIOCGWINSZ, &size) != 0 || size.ws_row == 0)
+    {
+        return DEFAULT_ROWS;
+    }
+    return size.ws_row;
 }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <vector>
 
 // What the tool says. The library prints trace lines to standard output, so the tool keeps the
 // descriptor that it was started with for itself and gives the library another one.
@@ -42,6 +43,20 @@ public:
     // The reader of the output has gone away.
     bool IsBroken() const;
 
+    // Some of the output could not be written, for another reason, which was told.
+    bool HasFailed() const;
+
+    // Gives the standard output that the tool was started with away, for raw data: the caller
+    // closes it. Lines go to standard error from then on.
+    int GiveAway();
+
+    // Rows that stand below the lines of a terminal: these replace the last ones. Lines and errors
+    // take them off. None is drawn that the terminal has no row for.
+    void Draw(const std::vector<std::string>& listRows);
+
+    // The rows stay where they are, and the cursor moves on: a terminal has echoed a key into them.
+    void LeaveRows();
+
     bool IsTerminal() const;
 
     // Columns of the terminal now; 80 when it does not say.
@@ -49,12 +64,16 @@ public:
 
 private:
     void ReportFailure(int nError);
+    void WriteLocked(const std::string& strText);
+    std::string TakeRows();
+    int Rows() const;
 
     int m_nOutput = -1;
     std::mutex m_mutex;
     std::atomic<bool> m_bBroken{false};
     std::atomic<bool> m_bEndWithReader{false};
-    bool m_bFailureTold = false;  // under m_mutex
+    std::atomic<bool> m_bFailureTold{false};
+    size_t m_nRows = 0;  // that stand on the terminal; under m_mutex
 };
 
 #endif

@@ -1,26 +1,10 @@
 #include "ServeEvents.h"
 
-#include <time.h>
-
-#include <cstdio>
-
 #include "Text.h"
 #include "Units.h"
 
 namespace
 {
-
-// "12:34:56 upload        TEXT", local time.
-std::string EventLine(const char* pszEvent, const std::string& strText)
-{
-    const time_t now = time(nullptr);
-    tm parts{};
-    localtime_r(&now, &parts);
-    char szHead[48];
-    snprintf(szHead, sizeof szHead, "%02d:%02d:%02d %-12s ", parts.tm_hour, parts.tm_min,
-             parts.tm_sec, pszEvent);
-    return szHead + strText;
-}
 
 std::string Who(const CConnectionName& connection)
 {
@@ -49,30 +33,38 @@ const char* Direction(bool bUpload)
 
 }  // namespace
 
-CServeEvents::CServeEvents(COutput& output, EStyle eStyle) : m_output(output), m_eStyle(eStyle) {}
-
-void CServeEvents::Listening(unsigned short wPort, const std::string& strRoot, bool bReadOnly)
+void CServeEvents::Listening(unsigned short wPort, const std::string& strRoot, bool bReadOnly,
+                             const std::vector<Orb_U32>& listChannels)
 {
     CJsonLine json("listening");
-    json.Number("port", wPort).Text("root", strRoot).Flag("read_only", bReadOnly);
-    Write(json, "listening",
-          "on port " + std::to_string(wPort) + ", serving " + QuoteText(strRoot) +
-              (bReadOnly ? " read-only" : ""));
+    json.Number("port", wPort);
+    std::string strText = "on port " + std::to_string(wPort);
+    if (!strRoot.empty())
+    {
+        json.Text("root", strRoot).Flag("read_only", bReadOnly);
+        strText += ", serving " + QuoteText(strRoot) + (bReadOnly ? " read-only" : "");
+    }
+    if (!listChannels.empty())
+    {
+        json.Numbers("channels", listChannels);
+        strText += ", " + FormatChannels(listChannels);
+    }
+    m_log.Write(json, "listening", strText);
 }
 
 void CServeEvents::Stopped()
 {
-    Write(CJsonLine("stopped"), "stopped", "no connection is left");
+    m_log.Write(CJsonLine("stopped"), "stopped", "no connection is left");
 }
 
 void CServeEvents::Connected(const std::string& strConnection)
 {
-    Write(JsonOf("connected", strConnection), "connected", QuoteText(strConnection));
+    m_log.Write(JsonOf("connected", strConnection), "connected", QuoteText(strConnection));
 }
 
 void CServeEvents::Disconnected(const std::string& strConnection)
 {
-    Write(JsonOf("disconnected", strConnection), "disconnected", QuoteText(strConnection));
+    m_log.Write(JsonOf("disconnected", strConnection), "disconnected", QuoteText(strConnection));
 }
 
 void CServeEvents::Finished(bool bUpload, const CConnectionName& connection,
@@ -81,9 +73,9 @@ void CServeEvents::Finished(bool bUpload, const CConnectionName& connection,
     CJsonLine json = JsonOf(Direction(bUpload), connection);
     json.Text("path", strShown).Moved(ullBytes, dSeconds);
     const std::string strRate = FormatRate(ullBytes, dSeconds);
-    Write(json, Direction(bUpload),
-          QuoteText(strShown) + FromWhom(bUpload, connection) + ": " + FormatBytes(ullBytes) +
-              " in " + FormatTaken(dSeconds) + (strRate.empty() ? "" : ", " + strRate));
+    m_log.Write(json, Direction(bUpload),
+                QuoteText(strShown) + FromWhom(bUpload, connection) + ": " + FormatBytes(ullBytes) +
+                    " in " + FormatTaken(dSeconds) + (strRate.empty() ? "" : ", " + strRate));
 }
 
 void CServeEvents::Incomplete(bool bUpload, const CConnectionName& connection,
@@ -101,20 +93,21 @@ void CServeEvents::Incomplete(bool bUpload, const CConnectionName& connection,
         json.Text("kept", strKept);
         strText += ", kept as " + QuoteText(strKept);
     }
-    Write(json, "incomplete", strText);
+    m_log.Write(json, "incomplete", strText);
 }
 
 void CServeEvents::FolderCreated(const CConnectionName& connection, const std::string& strShown)
 {
     CJsonLine json = JsonOf("folder", connection);
-    Write(json.Text("path", strShown), "folder",
-          QuoteText(strShown) + " created for " + Who(connection));
+    m_log.Write(json.Text("path", strShown), "folder",
+                QuoteText(strShown) + " created for " + Who(connection));
 }
 
 void CServeEvents::Deleted(const CConnectionName& connection, const std::string& strShown)
 {
     CJsonLine json = JsonOf("deleted", connection);
-    Write(json.Text("path", strShown), "deleted", QuoteText(strShown) + " for " + Who(connection));
+    m_log.Write(json.Text("path", strShown), "deleted",
+                QuoteText(strShown) + " for " + Who(connection));
 }
 
 void CServeEvents::Refused(const char* pszRequest, const CConnectionName& connection,
@@ -135,19 +128,7 @@ void CServeEvents::WriteFault(const char* pszEvent, const char* pszRequest,
 {
     CJsonLine json = JsonOf(pszEvent, connection);
     json.Text("request", pszRequest).Text("name", strName).Text("reason", strReason);
-    Write(json, pszEvent,
-          std::string(pszRequest) + " of " + QuoteText(strName) + " by " + Who(connection) + ": " +
-              strReason);
-}
-
-void CServeEvents::Write(const CJsonLine& json, const char* pszEvent, const std::string& strText)
-{
-    if (m_eStyle == STYLE_JSON)
-    {
-        m_output.Line(json.ToString());
-    }
-    else if (m_eStyle == STYLE_TEXT)
-    {
-        m_output.Line(EventLine(pszEvent, strText));
-    }
+    m_log.Write(json, pszEvent,
+                std::string(pszRequest) + " of " + QuoteText(strName) + " by " + Who(connection) +
+                    ": " + strReason);
 }

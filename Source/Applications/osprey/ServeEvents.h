@@ -3,10 +3,10 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "JsonLine.h"
+#include "EventLog.h"
 #include "LibOsprey.h"
-#include "Output.h"
 
 // The name that a peer gave to its connection, if it gave one. Peers choose it; two may be the
 // same.
@@ -19,16 +19,12 @@ using CConnectionName = std::optional<std::string>;
 class CServeEvents final
 {
 public:
-    enum EStyle
-    {
-        STYLE_TEXT,
-        STYLE_JSON,
-        STYLE_QUIET,
-    };
+    // The log must outlive this object.
+    explicit CServeEvents(CEventLog& log) : m_log(log) {}
 
-    CServeEvents(COutput& output, EStyle eStyle);
-
-    void Listening(unsigned short wPort, const std::string& strRoot, bool bReadOnly);
+    // strRoot: empty when no folder is served. listChannels: the channels that are published.
+    void Listening(unsigned short wPort, const std::string& strRoot, bool bReadOnly,
+                   const std::vector<Orb_U32>& listChannels);
     void Stopped();
 
     void Connected(const std::string& strConnection);
@@ -54,12 +50,10 @@ public:
                 const std::string& strShown, const std::string& strReason);
 
 private:
-    void Write(const CJsonLine& json, const char* pszEvent, const std::string& strText);
     void WriteFault(const char* pszEvent, const char* pszRequest, const CConnectionName& connection,
                     const std::string& strName, const std::string& strReason);
 
-    COutput& m_output;
-    EStyle m_eStyle;
+    CEventLog& m_log;
 };
 
 #endif

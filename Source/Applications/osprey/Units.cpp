@@ -87,3 +87,13 @@ std::string FormatCount(Orb_U64 ullCount, const char* pszThing)
 {
     return std::to_string(ullCount) + " " + pszThing + (ullCount == 1 ? "" : "s");
 }
+
+std::string FormatChannels(const std::vector<Orb_U32>& listChannels)
+{
+    std::string strResult = listChannels.size() == 1 ? "channel " : "channels ";
+    for (size_t i = 0; i < listChannels.size(); ++i)
+    {
+        strResult += (i == 0 ? "" : ", ") + std::to_string(listChannels[i]);
+    }
+    return strResult;
+}

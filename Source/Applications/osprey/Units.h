@@ -2,6 +2,7 @@
 #define OSPREY_TOOL_UNITS_H
 
 #include <string>
+#include <vector>
 
 #include "LibOsprey.h"
 
@@ -21,5 +22,8 @@ std::string FormatTaken(double dSeconds);
 
 // "1 file", "2 files".
 std::string FormatCount(Orb_U64 ullCount, const char* pszThing);
+
+// "channel 1", "channels 1, 2".
+std::string FormatChannels(const std::vector<Orb_U32>& listChannels);
 
 #endif

@@ -9,8 +9,10 @@
 #include "JsonLine.h"
 #include "LibOsprey.h"
 #include "Output.h"
+#include "PublishCommand.h"
 #include "ServeCommand.h"
 #include "SubmitCommand.h"
+#include "SubscribeCommand.h"
 
 namespace
 {
@@ -43,6 +45,10 @@ int RunCommand(const COptions& options, COutput& output)
             return RunSubmit(options, output);
         case COMMAND_DOWNLOAD:
             return RunDownload(options, output);
+        case COMMAND_PUBLISH:
+            return RunPublish(options, output);
+        case COMMAND_SUBSCRIBE:
+            return RunSubscribe(options, output);
         default:
             return RunVersion(options, output);
     }

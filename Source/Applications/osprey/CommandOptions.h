@@ -1,0 +1,32 @@
+#ifndef OSPREY_TOOL_COMMANDOPTIONS_H
+#define OSPREY_TOOL_COMMANDOPTIONS_H
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "CommandLine.h"
+
+// What the definitions of commands share. For CommandLine.cpp and ChannelOptions.cpp only.
+
+// What the command line gives as text and is checked afterwards.
+struct CRaw
+{
+    std::string m_strPort;
+    std::string m_strPeer;
+    std::vector<std::string> m_listChannels;
+    bool m_bStream = false;  // how streams are cut or paced was said
+};
+
+// A number of seconds from a lowest one on; the help text says so in words.
+CLI::Validator Seconds(unsigned int dwLowest);
+
+void AddCommon(CLI::App& command, COptions& options);
+void AddPort(CLI::App& command, CRaw& raw);
+void AddPeer(CLI::App& command, CRaw& raw);
+void AddConnectTimeout(CLI::App& command, COptions& options);
+
+// The end of every help text.
+std::string ExitCodes();
+
+#endif

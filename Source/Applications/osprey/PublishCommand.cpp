@@ -1,0 +1,37 @@
+#include "PublishCommand.h"
+
+#include "EventLog.h"
+#include "PublishPump.h"
+#include "RefusingHost.h"
+#include "ServeEvents.h"
+#include "ServerRun.h"
+#include "Signals.h"
+
+int RunPublish(const COptions& options, COutput& output)
+{
+    CEventLog log(output, EventStyle(options));
+    CPublishLog publishLog(log, output, true);
+    CPublishPump pump(publishLog);
+    const int nOpened = pump.Open(options);
+    if (nOpened != EXIT_DONE)
+    {
+        return nOpened;
+    }
+    const CSignals signals;
+    output.EndWithReader();
+    CServeEvents events(log);
+    CRefusingHost host(events);
+    CServerRun server(host, output);
+    if (!server.Start(options.m_wPort))
+    {
+        return EXIT_NOT_CONNECTED;
+    }
+    pump.TellSources();
+    events.Listening(server.Port(), std::string(), false, pump.Channels());
+    pump.RunToEnd(server.Server(), signals, options.m_dwLingerSeconds);
+    signals.ForceOnNext([] {});
+    server.End();
+    pump.Summarize();
+    events.Stopped();
+    return pump.HasFailed() ? EXIT_FILE_FAILED : EXIT_DONE;
+}
