@@ -65,6 +65,7 @@ protected:
     // What the reader of a packet does with it.
     void Receive(CChannelPacketItem* pItem, const CStored* pExpected);
     const CStored* Next(unsigned long long& ullPosition);
+    static void ExpectHolds(const CStored& stored);
     void Unreference(CChannelPacketItem* pItem);
     float Backlog(unsigned long long ullPosition) const;
 
@@ -135,6 +136,13 @@ void CStoreModel::PutRefused()
     EXPECT_EQ(m_buffer.PutChannelPacket(nullptr, 1 + Random(1500)), 4U);
 }
 
+void CStoreModel::ExpectHolds(const CStored& stored)
+{
+    EXPECT_TRUE(GetData(stored.m_pItem) == stored.m_strData)
+        << Hex(GetData(stored.m_pItem)) << "\ninstead of\n"
+        << Hex(stored.m_strData);
+}
+
 void CStoreModel::Receive(CChannelPacketItem* pItem, const CStored* pExpected)
 {
     if (pExpected == nullptr)
@@ -143,7 +151,7 @@ void CStoreModel::Receive(CChannelPacketItem* pItem, const CStored* pExpected)
         return;
     }
     ASSERT_EQ(pItem, pExpected->m_pItem);
-    EXPECT_EQ(Hex(GetData(pItem)), Hex(pExpected->m_strData));
+    ExpectHolds(*pExpected);
     if (Random(3) == 0)
     {
         ++m_references[pItem];
@@ -205,7 +213,7 @@ void CStoreModel::ReleaseOne()
     }
     const size_t nIndex = Random(static_cast<unsigned int>(m_held.size()));
     const CStored held = m_held[nIndex];
-    EXPECT_EQ(Hex(GetData(held.m_pItem)), Hex(held.m_strData)) << "changed while it was held";
+    ExpectHolds(held);
     m_held.erase(m_held.begin() + static_cast<std::ptrdiff_t>(nIndex));
     const int nLeft = m_references[held.m_pItem] - 1;
     Unreference(held.m_pItem);

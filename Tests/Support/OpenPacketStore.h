@@ -33,6 +33,8 @@ public:
     using CChannelPacketBuffer::m_mapTasks;
     using CChannelPacketBuffer::m_ppSlots;
 
+    static const unsigned int UNKNOWN_TASK = 0xFFFFFFFF;
+
     static unsigned int GetCount(const CChannelPacketBuffer& buffer)
     {
         return buffer.*(&COpenPacketBuffer::m_dwCount);
@@ -41,9 +43,12 @@ public:
     {
         return buffer.*(&COpenPacketBuffer::m_dwItemsCreated);
     }
-    static size_t GetTaskCount(const CChannelPacketBuffer& buffer)
+    // A task's position; UNKNOWN_TASK without one.
+    static unsigned int GetPosition(const CChannelPacketBuffer& buffer, long lTask)
     {
-        return (buffer.*(&COpenPacketBuffer::m_mapTasks)).size();
+        const std::map<long, unsigned int>& tasks = buffer.*(&COpenPacketBuffer::m_mapTasks);
+        const auto it = tasks.find(lTask);
+        return it != tasks.end() ? it->second : UNKNOWN_TASK;
     }
     static long long GetUsers(const CChannelPacketBuffer& buffer)
     {

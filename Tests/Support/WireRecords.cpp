@@ -119,6 +119,16 @@ std::string Wire::Caop(uint32_t dwID)
     return Packet("CAOP", U32(dwID));
 }
 
+std::string Wire::Ochs(const std::vector<uint32_t>& channels)
+{
+    std::string strPayload = U32(static_cast<uint32_t>(channels.size()));
+    for (const uint32_t dwChannel : channels)
+    {
+        strPayload += U32(dwChannel);
+    }
+    return Packet("OCHS", strPayload);
+}
+
 std::string Wire::Result(const char* pszCode, uint32_t dwID, uint32_t dwResult)
 {
     return Packet(pszCode, U32(dwID) + U32(dwResult));
@@ -138,6 +148,11 @@ std::string Wire::Dfrb(uint32_t dwID, const std::string& strData)
 std::string Wire::Upfr(uint32_t dwID, uint32_t dwResult, uint64_t ullOffset)
 {
     return Packet("UPFR", U32(dwID) + U32(dwResult) + U64(ullOffset));
+}
+
+std::string Wire::Cpkt(uint32_t dwChannel, const std::string& strData)
+{
+    return Packet("CPKT", U32(dwChannel) + strData);
 }
 
 uint32_t Wire::GetU32(const std::string& strPacket, size_t nOffset)

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace Wire
 {
@@ -37,6 +38,7 @@ std::string Upfi(uint32_t dwID, uint64_t ullSize, uint64_t ullOffset, const std:
                  uint32_t dwAttributes = 0x80, uint64_t ullTime = 0);
 std::string Upfb(uint32_t dwID, uint32_t dwLast, const std::string& strData);
 std::string Caop(uint32_t dwID);
+std::string Ochs(const std::vector<uint32_t>& channels);
 
 // Replies.
 // Id and result only: NAMR, CDRT, DTRT, UPBR. The version word of these is not compared: see
@@ -45,6 +47,7 @@ std::string Result(const char* pszCode, uint32_t dwID, uint32_t dwResult);
 std::string Dfrt(uint32_t dwID, uint32_t dwResult, uint64_t ullSize, uint32_t dwTime);
 std::string Dfrb(uint32_t dwID, const std::string& strData);
 std::string Upfr(uint32_t dwID, uint32_t dwResult, uint64_t ullOffset);
+std::string Cpkt(uint32_t dwChannel, const std::string& strData);
 
 // Fields of a received packet; 0 past its end.
 uint32_t GetU32(const std::string& strPacket, size_t nOffset);
