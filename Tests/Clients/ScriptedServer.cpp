@@ -18,6 +18,13 @@ void CScriptedServer::WelcomeClient(uint32_t dwNamcID)
     Send(Wire::Result("NAMR", dwNamcID, 0));
 }
 
+void CScriptedServer::AcceptSubscriber(const std::vector<uint32_t>& channels)
+{
+    m_peer = m_server.Accept();
+    ASSERT_TRUE(m_peer.IsOpen());
+    Expect(Wire::Ochs(channels));
+}
+
 void CScriptedServer::Expect(const std::string& strPacket)
 {
     EXPECT_EQ(Hex(Take()), Hex(strPacket));

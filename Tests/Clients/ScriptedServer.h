@@ -4,7 +4,7 @@
 #include "RawSocket.h"
 #include "WireRecords.h"
 
-// The peer of a file client, played by the test: takes its connection and its first requests.
+// The peer of a client, played by the test: takes its connection and its first requests.
 class CScriptedServer
 {
 public:
@@ -16,6 +16,8 @@ public:
     void AcceptClient(uint32_t dwNamcID = 1, const std::u16string& strName = u"device");
     // The same, and accepts the name.
     void WelcomeClient(uint32_t dwNamcID = 1);
+    // Takes the connection of a channel client and its OCHS.
+    void AcceptSubscriber(const std::vector<uint32_t>& channels = {1});
     // Fails the test when the client's next packet is not this one.
     void Expect(const std::string& strPacket);
     void Send(const std::string& strBytes);

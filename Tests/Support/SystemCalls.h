@@ -49,12 +49,16 @@ private:
 };
 
 extern CSystemCall<int(int, sockaddr*, socklen_t*, int)> g_callAccept4;
+extern CSystemCall<int(int, const sockaddr*, socklen_t)> g_callConnect;
+extern CSystemCall<int(int)> g_callEpollCreate1;
 extern CSystemCall<int(int, epoll_event*, int, int)> g_callEpollWait;
+extern CSystemCall<int(int*, int)> g_callPipe2;
 extern CSystemCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> g_callPpoll;
 extern CSystemCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>
     g_callPthreadCreate;
 extern CSystemCall<ssize_t(int, void*, size_t, int)> g_callRecv;
 extern CSystemCall<ssize_t(int, const void*, size_t, int)> g_callSend;
+extern CSystemCall<int(int, int, int)> g_callSocket;
 
 // Replaces a call for the length of a block. The replacement reaches the system through Real(). One
 // a call at a time; no other thread may be inside the call when the block ends.

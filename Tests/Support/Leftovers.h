@@ -1,0 +1,22 @@
+#ifndef OSPREY_TESTS_LEFTOVERS_H
+#define OSPREY_TESTS_LEFTOVERS_H
+
+// How many threads and descriptors this process has.
+int CountThreads();
+int CountDescriptors();
+
+// Remembers how many there were; later tells whether anything was left behind.
+class CLeftovers
+{
+public:
+    // Waits until there are no more than before; fails the test at the deadline.
+    void ExpectNone() const;
+    // The same at this very moment.
+    bool IsNone() const;
+
+private:
+    const int m_nThreads = CountThreads();
+    const int m_nDescriptors = CountDescriptors();
+};
+
+#endif

@@ -1,0 +1,42 @@
+#ifndef OSPREY_TESTS_STEPPEDLOOPS_H
+#define OSPREY_TESTS_STEPPEDLOOPS_H
+
+#include <sys/epoll.h>
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+
+#include "SystemCalls.h"
+#include "TestClock.h"
+
+// While it lives, every loop of the process runs by a clock that the test moves, on whatever thread
+// it is: a loop's wait is cut into short ones, so that it looks at the clock again and again, and
+// how long it asked to wait is known here. A loop that asks for the whole of a time that the test
+// expects has done everything that was due before.
+//
+// Thread: used by the test's thread. Every loop must have ended before it goes.
+class CSteppedLoops
+{
+public:
+    CSteppedLoops();
+    CSteppedLoops(const CSteppedLoops&) = delete;
+    CSteppedLoops& operator=(const CSteppedLoops&) = delete;
+
+    // Waits until a loop, since the clock moved last, wants to sleep for exactly that long; -1 is
+    // without end. Fails the test at the deadline.
+    bool WaitForSleep(int nTimeoutMs);
+    void Advance(long long llMilliseconds);
+
+private:
+    int Poll(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs);
+    bool Sleeps(int nTimeoutMs) const;
+
+    CTestClock m_clock;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::map<int, int> m_sleeps;  // of each epoll descriptor, the time-out of its latest wait
+    const CReplacedCall<int(int, epoll_event*, int, int)> m_polling;
+};
+
+#endif
