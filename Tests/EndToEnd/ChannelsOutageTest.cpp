@@ -1,0 +1,178 @@
+// Subscribers whose publisher, or whose way to it, goes away and comes back.
+
+#include <algorithm>
+
+#include "OwnNetwork.h"
+#include "ServerProcess.h"
+#include "Subscribers.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+const std::vector<unsigned int> CHANNELS = {1, 2, 3};
+
+// Where a publisher's numbers begin, so that a packet tells whose it is.
+const unsigned int FIRST = 1000000;
+const unsigned int SECOND = 2000000;
+
+void ExpectWhole(const CSubscriber& client, unsigned int dwFrom)
+{
+    client.Look(
+        [&]
+        {
+            EXPECT_EQ(client.m_records.size(), CHANNELS.size());
+            for (const auto& record : client.m_records)
+            {
+                EXPECT_TRUE(record.second.IsWhole()) << record.second.m_gaps.size() << " gaps";
+                EXPECT_GE(record.second.m_dwFirst, dwFrom);
+            }
+        });
+}
+
+TEST(Publisher, KilledAndStartedAgainIsFoundByItsSubscribers)
+{
+    const unsigned short wPort = FreePort();
+    CServerProcess first(wPort, FIRST);
+    CServerProcess second(wPort, SECOND);
+    first.Start();
+    CSubscriber clients[] = {CSubscriber(CHANNELS), CSubscriber(CHANNELS), CSubscriber(CHANNELS)};
+    for (CSubscriber& client : clients)
+    {
+        ASSERT_TRUE(client.Start(wPort));
+        client.WaitForNumber(FIRST + 50);
+        ExpectWhole(client, FIRST);
+    }
+    first.Kill();
+    second.Start();
+    for (CSubscriber& client : clients)
+    {
+        client.WaitForNumber(SECOND + 50);
+        ExpectWhole(client, SECOND);
+        EXPECT_EQ(client.m_nConnected, 2);
+        EXPECT_EQ(client.m_nDisconnected, 1);
+        EXPECT_GE(client.m_timeConnected - client.m_timeDisconnected, milliseconds(999));
+        EXPECT_LT(client.m_timeConnected - client.m_timeDisconnected, milliseconds(5000));
+    }
+}
+
+TEST(Publisher, KilledAndStartedLaterIsAskedForEverySecond)
+{
+    const unsigned short wPort = FreePort();
+    CServerProcess first(wPort, FIRST);
+    CServerProcess second(wPort, SECOND);
+    first.Start();
+    CSubscriber client(CHANNELS);
+    ASSERT_TRUE(client.Start(wPort));
+    client.WaitForNumber(FIRST);
+    first.Kill();
+    client.WaitFor("two failed attempts", [&] { return client.m_nFailed == 2; });
+    second.Start();
+    client.WaitForNumber(SECOND + 50);
+    ExpectWhole(client, SECOND);
+    EXPECT_EQ(client.m_nConnected, 2);
+    EXPECT_EQ(client.m_nDisconnected, 1);
+    EXPECT_EQ(client.m_nFailedAtOnce, 0);
+    EXPECT_GE(client.m_timeConnected - client.m_timeDisconnected, milliseconds(2 * 999));
+}
+
+// A publisher at the far end of a link, and a second one to take its place; a client at this end.
+struct CLinked
+{
+    CLinked()
+        : m_first(PORT, FIRST, m_network.GetFarEnd()), m_second(PORT, SECOND, m_network.GetFarEnd())
+    {
+    }
+    bool Start(unsigned int dwTimeoutMs = 20000)
+    {
+        return m_client.Start(PORT, m_network.GetFarAddress(), dwTimeoutMs);
+    }
+    unsigned int GetLast(unsigned int dwChannel) const
+    {
+        unsigned int dwLast = 0;
+        m_client.Look([&] { dwLast = m_client.m_records.at(dwChannel).GetLast(); });
+        return dwLast;
+    }
+
+    static const unsigned short PORT = 7070;  // nobody else is in this network
+    COwnNetwork m_network;
+    CServerProcess m_first;
+    CServerProcess m_second;
+    CSubscriber m_client{CHANNELS};
+};
+
+void LoseNothing()
+{
+    CLinked linked;
+    linked.m_network.SetFarUp(true);
+    linked.m_first.Start();
+    ASSERT_TRUE(linked.Start());
+    linked.m_client.WaitForNumber(FIRST + 50);
+    linked.m_network.SetFarUp(false);
+    // What was on its way may still arrive in the first moment; after that it is the cut's length.
+    std::this_thread::sleep_for(milliseconds(100));
+    const unsigned int dwCut = linked.GetLast(1);
+    std::this_thread::sleep_for(milliseconds(1500));
+    EXPECT_EQ(linked.GetLast(1), dwCut);
+    linked.m_network.SetFarUp(true);
+    linked.m_client.WaitForNumber(dwCut + 300);
+    ExpectWhole(linked.m_client, FIRST);
+    EXPECT_EQ(linked.m_client.m_nConnected, 1);
+    EXPECT_EQ(linked.m_client.m_nDisconnected, 0);
+}
+
+TEST(CutLink, OfTwoSecondsLosesNothing)
+{
+    RunInOwnNetwork(&LoseNothing);
+}
+
+void LearnOfTheNewPublisher()
+{
+    CLinked linked;
+    linked.m_network.SetFarUp(true);
+    linked.m_first.Start();
+    ASSERT_TRUE(linked.Start());
+    linked.m_client.WaitForNumber(FIRST + 50);
+    linked.m_network.SetFarUp(false);
+    linked.m_first.Kill();
+    linked.m_second.Start();
+    linked.m_network.SetFarUp(true);
+    linked.m_client.WaitForNumber(SECOND + 50);
+    ExpectWhole(linked.m_client, SECOND);
+    EXPECT_EQ(linked.m_client.m_nConnected, 2);
+    EXPECT_EQ(linked.m_client.m_nDisconnected, 1);
+}
+
+// The subscriber hears nothing of the old publisher's end before the link is back.
+TEST(CutLink, BehindWhichThePublisherWasReplacedLeadsToTheNewOne)
+{
+    RunInOwnNetwork(&LearnOfTheNewPublisher);
+}
+
+void WaitForTheNetwork()
+{
+    CLinked linked;
+    linked.m_network.SetNearUp(false);
+    linked.m_network.SetFarUp(true);
+    linked.m_first.Start();
+    EXPECT_FALSE(linked.Start(300));
+    linked.m_client.Look([&] { EXPECT_EQ(linked.m_client.m_nFailedAtOnce, 1); });
+    linked.m_client.WaitFor("another attempt that fails at once",
+                            [&] { return linked.m_client.m_nFailedAtOnce == 2; });
+    linked.m_client.Look([&] { EXPECT_EQ(linked.m_client.m_nFailed, 1); });
+    linked.m_network.SetNearUp(true);
+    linked.m_client.WaitForNumber(FIRST + 50);
+    ExpectWhole(linked.m_client, FIRST);
+    EXPECT_EQ(linked.m_client.m_nConnected, 1);
+    EXPECT_EQ(linked.m_client.m_nDisconnected, 0);
+}
+
+TEST(CutLink, AtTheSubscribersSideFailsAtOnceUntilItIsUp)
+{
+    RunInOwnNetwork(&WaitForTheNetwork);
+}
+
+}  // namespace

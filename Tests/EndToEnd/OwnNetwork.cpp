@@ -1,0 +1,213 @@
+#include "OwnNetwork.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "RawSocket.h"
+
+extern char** environ;
+
+namespace
+{
+
+const char REFUSED = 'R';
+
+std::string ErrorText(const std::string& strWhat)
+{
+    return strWhat + ": " + strerror(errno);
+}
+
+void Ip(std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(), "ip");
+    std::string strCommand;
+    std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
+    for (std::string& strArgument : arguments)
+    {
+        strCommand += (strCommand.empty() ? "" : " ") + strArgument;
+        pointers.push_back(strArgument.data());
+    }
+    pointers.push_back(nullptr);
+    pid_t nProcess = -1;
+    int nStatus = 0;
+    errno = posix_spawnp(&nProcess, "ip", nullptr, nullptr, pointers.data(), environ);
+    if (errno != 0 || waitpid(nProcess, &nStatus, 0) != nProcess)
+    {
+        throw CNetworkRefused(ErrorText(strCommand));
+    }
+    if (nStatus != 0)
+    {
+        throw CNetworkRefused(strCommand + " failed");
+    }
+}
+
+void WriteLine(const char* pszPath, const std::string& strLine)
+{
+    const int hFile = open(pszPath, O_WRONLY | O_CLOEXEC);
+    const bool bWritten = hFile >= 0 && write(hFile, strLine.data(), strLine.size()) ==
+                                            static_cast<ssize_t>(strLine.size());
+    const std::string strError = ErrorText(pszPath);
+    close(hFile);
+    if (!bWritten)
+    {
+        throw CNetworkRefused(strError);
+    }
+}
+
+// A new network. Without the right to one, first a user namespace in which this process has it.
+void LeaveNetwork()
+{
+    if (unshare(CLONE_NEWNET) == 0)
+    {
+        return;
+    }
+    const std::string strUser = std::to_string(geteuid());
+    const std::string strGroup = std::to_string(getegid());
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
+    {
+        throw CNetworkRefused(ErrorText("unshare"));
+    }
+    WriteLine("/proc/self/setgroups", "deny");
+    WriteLine("/proc/self/uid_map", "0 " + strUser + " 1");
+    WriteLine("/proc/self/gid_map", "0 " + strGroup + " 1");
+}
+
+int OpenNetwork()
+{
+    const int hNetwork = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+    if (hNetwork < 0)
+    {
+        throw CNetworkRefused(ErrorText("/proc/self/ns/net"));
+    }
+    return hNetwork;
+}
+
+[[noreturn]] void RunAndExit(const std::function<void()>& fnTest, int hReport)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    try
+    {
+        fnTest();
+    }
+    catch (const CNetworkRefused& refused)
+    {
+        const std::string strReport = REFUSED + std::string(refused.what());
+        static_cast<void>(!write(hReport, strReport.data(), strReport.size()));
+    }
+    fflush(stdout);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+}
+
+// What the process writes until it ends. Empty, and the test failed, when it does not end.
+std::string ReadReport(int hReport, pid_t nProcess)
+{
+    std::string strReport;
+    pollfd pfd = {hReport, POLLIN, 0};
+    char szPart[512];
+    for (;;)
+    {
+        if (poll(&pfd, 1, 3 * WAIT_MS) != 1)
+        {
+            ADD_FAILURE() << "waited in vain for the process in the other network";
+            kill(nProcess, SIGKILL);
+            return std::string();
+        }
+        const ssize_t nRead = read(hReport, szPart, sizeof szPart);
+        if (nRead <= 0)
+        {
+            return strReport;
+        }
+        strReport.append(szPart, static_cast<size_t>(nRead));
+    }
+}
+
+}  // namespace
+
+void RunInOwnNetwork(const std::function<void()>& fnTest)
+{
+    int hReport[2] = {-1, -1};
+    ASSERT_EQ(pipe2(hReport, O_CLOEXEC), 0);
+    fflush(stdout);
+    const pid_t nProcess = fork();
+    if (nProcess == 0)
+    {
+        close(hReport[0]);
+        RunAndExit(fnTest, hReport[1]);
+    }
+    ASSERT_GT(nProcess, 0);
+    close(hReport[1]);
+    const std::string strReport = ReadReport(hReport[0], nProcess);
+    close(hReport[0]);
+    int nStatus = 0;
+    ASSERT_EQ(waitpid(nProcess, &nStatus, 0), nProcess);
+    EXPECT_EQ(nStatus, 0) << "in the other network, see above";
+    if (!strReport.empty() && strReport[0] == REFUSED)
+    {
+        GTEST_SKIP() << "no network of its own here: " << strReport.substr(1);
+    }
+}
+
+COwnNetwork::COwnNetwork()
+{
+    LeaveNetwork();
+    m_hNear = OpenNetwork();
+    LeaveNetwork();
+    m_hFar = OpenNetwork();
+    if (setns(m_hNear, CLONE_NEWNET) != 0)
+    {
+        throw CNetworkRefused(ErrorText("setns"));
+    }
+    const std::string strFar =
+        "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_hFar);
+    Ip({"link", "add", "near", "type", "veth", "peer", "name", "far"});
+    Ip({"link", "set", "far", "netns", strFar});
+    Ip({"address", "add", "10.77.0.1/24", "dev", "near"});
+    AtFarEnd([] { Ip({"address", "add", "10.77.0.2/24", "dev", "far"}); });
+    SetNearUp(true);
+}
+
+COwnNetwork::~COwnNetwork()
+{
+    close(m_hFar);
+    close(m_hNear);
+}
+
+unsigned int COwnNetwork::GetFarAddress() const
+{
+    return 0x0A4D0002;
+}
+
+void COwnNetwork::SetNearUp(bool bUp) const
+{
+    Ip({"link", "set", "near", bUp ? "up" : "down"});
+}
+
+void COwnNetwork::SetFarUp(bool bUp) const
+{
+    AtFarEnd([&] { Ip({"link", "set", "far", bUp ? "up" : "down"}); });
+}
+
+void COwnNetwork::AtFarEnd(const std::function<void()>& fnCall) const
+{
+    if (setns(m_hFar, CLONE_NEWNET) != 0)
+    {
+        throw CNetworkRefused(ErrorText("setns"));
+    }
+    fnCall();
+    if (setns(m_hNear, CLONE_NEWNET) != 0)
+    {
+        throw CNetworkRefused(ErrorText("setns"));
+    }
+}
