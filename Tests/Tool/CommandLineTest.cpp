@@ -82,12 +82,13 @@ TEST(CommandLine, ConnectionsGetANameUnlessTheyAreGivenOne)
 TEST(CommandLine, HelpIsNoFault)
 {
     EXPECT_NE(Help({"--help"}).find("Exit codes"), std::string::npos);
-    for (const char* pszCommand : {"serve", "submit", "download", "version"})
+    for (const char* pszCommand :
+         {"serve", "submit", "download", "publish", "subscribe", "version"})
     {
         EXPECT_NE(Help({pszCommand, "--help"}).find(std::string("Usage: osprey ") + pszCommand),
                   std::string::npos);
     }
-    for (const char* pszCommand : {"serve", "submit", "download"})
+    for (const char* pszCommand : {"serve", "submit", "download", "publish", "subscribe"})
     {
         EXPECT_NE(Help({pszCommand, "--help"}).find("Examples"), std::string::npos);
     }
@@ -95,7 +96,8 @@ TEST(CommandLine, HelpIsNoFault)
 
 TEST(CommandLine, HelpFits80Columns)
 {
-    for (const char* pszCommand : {"serve", "submit", "download", "version"})
+    for (const char* pszCommand :
+         {"serve", "submit", "download", "publish", "subscribe", "version"})
     {
         const std::string strHelp = Help({pszCommand, "--help"});
         size_t nFrom = 0;

@@ -29,16 +29,16 @@ const char PUBLISH_NOTES[] =
 
 const char SUBSCRIBE_NOTES[] =
     "HOST is a name or an IPv4 address. SINK is one of\n"
-    "  stats            packets and bytes a second, and gaps in MPEG-TS or RTP; this is\n"
-    "                   it when none is given\n"
+    "  stats            packets and bytes a second, and gaps in MPEG-TS or RTP: the\n"
+    "                   sink when none is given\n"
     "  hex              every packet for people to read\n"
     "  udp:[ADDR:]PORT  a datagram for every packet; ADDR is [127.0.0.1], and\n"
     "                   %INTERFACE may follow a multicast group\n"
     "  -                the bytes to standard output; the tool's lines then go to\n"
     "                   standard error\n"
     "  FILE             the bytes to a file, which is emptied first, or a FIFO\n"
-    "A channel may have several sinks. Packets for a sink that is too slow are dropped\n"
-    "and counted once 16 MiB wait for it. A lost connection is tried again every\n"
+    "A channel may have several sinks. When 16 MiB wait for a slow sink, further\n"
+    "packets for it are dropped and counted. A lost connection is tried again every\n"
     "second. Ctrl-C ends it, with code 0; a second one does not wait for the sinks.\n"
     "\n"
     "Examples:\n"
@@ -101,16 +101,16 @@ CLI::Option* AddSources(CLI::App& command, COptions& options, CRaw& raw)
     CLI::Option* pChannel = AddChannels(command, raw, "N=SOURCE", "Publish SOURCE as channel N");
     CLI::Option* pSize = command
                              .add_option("--packet-size", stream.m_nPacketSize,
-                                         "Cut files and standard input into such packets [1316]")
+                                         "Cut files and standard input into such [1316]")
                              ->type_name("BYTES")
                              ->check(CLI::Range(size_t{1}, MAX_PACKET_SIZE).description(""));
     CLI::Option* pLines =
         command.add_flag("--lines", stream.m_bLines, "Cut them into lines instead");
-    CLI::Option* pRate = command
-                             .add_option("--rate", stream.m_dwRate,
-                                         "Packets of them a second, each [5000]; 0: as they come")
-                             ->type_name("PACKETS")
-                             ->check(CLI::Range(0U, FASTEST_RATE).description(""));
+    CLI::Option* pRate =
+        command
+            .add_option("--rate", stream.m_dwRate, "Packets a second, each [5000]; 0: as they come")
+            ->type_name("PACKETS")
+            ->check(CLI::Range(0U, FASTEST_RATE).description(""));
     CLI::Option* pWait = command.add_flag("--wait", stream.m_bWait,
                                           "Hold them while nobody has opened their channel");
     for (CLI::Option* pOption : {pSize, pLines, pRate, pWait})

@@ -37,9 +37,9 @@ struct CSourceSpec
     std::string Shown() const;
 };
 
-// How a stream is cut and paced.
 const size_t DEFAULT_PACKET_SIZE = 1316;  // seven cells of MPEG-TS
 
+// How a stream is cut and paced.
 struct CStreamOptions
 {
     size_t m_nPacketSize = 0;  // 0: DEFAULT_PACKET_SIZE
