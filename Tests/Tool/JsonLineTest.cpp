@@ -48,3 +48,9 @@ TEST(JsonLine, TransferWithoutTimeHasNoRate)
     EXPECT_EQ(json["bytes"], 5);
     EXPECT_EQ(json["bytes_per_second"], 0.0);
 }
+
+TEST(JsonLine, NumbersAreAnArray)
+{
+    const std::string strLine = CJsonLine("x").Numbers("list", {1, 4294967295U}).ToString();
+    EXPECT_NE(strLine.find("\"list\":[1,4294967295]"), std::string::npos) << strLine;
+}

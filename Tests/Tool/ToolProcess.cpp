@@ -96,7 +96,7 @@ CEndWithoutJoin::~CEndWithoutJoin()
 }
 
 CToolProcess::CToolProcess(const std::vector<std::string>& listArguments, int nColumns,
-                           const std::string& strFolder)
+                           const std::string& strFolder, const std::string& strInput)
 {
     int nOutput = -1;
     int nErrors = -1;
@@ -104,7 +104,7 @@ CToolProcess::CToolProcess(const std::vector<std::string>& listArguments, int nC
     OpenPipe(m_nErrors, nErrors);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, strInput.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, nOutput, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, nErrors, STDERR_FILENO);
     if (!strFolder.empty())
@@ -139,6 +139,22 @@ CToolProcess::~CToolProcess()
 void CToolProcess::Signal(int nSignal) const
 {
     ASSERT_EQ(kill(m_nProcess, nSignal), 0);
+}
+
+int CToolProcess::SignalUntilEnd(int nSignal)
+{
+    const auto HasEnded = [this]
+    {
+        siginfo_t info{};
+        waitid(P_PID, static_cast<id_t>(m_nProcess), &info, WEXITED | WNOHANG | WNOWAIT);
+        return info.si_pid == m_nProcess;
+    };
+    for (const long long llDeadline = NowMs() + WAIT_MS; NowMs() < llDeadline && !HasEnded();)
+    {
+        Signal(nSignal);
+        ReadSome(50);
+    }
+    return Wait();
 }
 
 void CToolProcess::CloseOutput()

@@ -28,15 +28,19 @@ class CToolProcess
 {
 public:
     // Starts it. nColumns: with a terminal of that width as standard output; 0: with a pipe.
-    // strFolder: its working folder; empty: the test's own.
+    // strFolder: its working folder; empty: the test's own. strInput: file for its standard input.
     explicit CToolProcess(const std::vector<std::string>& listArguments, int nColumns = 0,
-                          const std::string& strFolder = std::string());
+                          const std::string& strFolder = std::string(),
+                          const std::string& strInput = "/dev/null");
     // Kills it when it still runs.
     ~CToolProcess();
     CToolProcess(const CToolProcess&) = delete;
     CToolProcess& operator=(const CToolProcess&) = delete;
 
     void Signal(int nSignal) const;
+
+    // Sends the signal again and again until it ends; returns as Wait.
+    int SignalUntilEnd(int nSignal);
 
     // The exit code, or minus the signal that ended it. Reads its output to the end before.
     int Wait();

@@ -72,3 +72,9 @@ TEST(Units, OneIsNoPlural)
     EXPECT_EQ(FormatCount(1, "file"), "1 file");
     EXPECT_EQ(FormatCount(2, "file"), "2 files");
 }
+
+TEST(Units, ChannelsAreListed)
+{
+    EXPECT_EQ(FormatChannels({7}), "channel 7");
+    EXPECT_EQ(FormatChannels({7, 0, 4294967295U}), "channels 7, 0, 4294967295");
+}
