@@ -75,14 +75,9 @@ CChannelTest::~CChannelTest()
 CPeer CChannelTest::Connect(unsigned int dwFrom)
 {
     CPeer peer;
-    peer.m_socket = CRawSocket(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const CSocketAddress addrFrom(dwFrom, 0);
-    const CSocketAddress addrTo(INADDR_LOOPBACK, m_acceptor.GetPort());
-    const int hSocket = peer.m_socket.GetHandle();
-    EXPECT_EQ(bind(hSocket, addrFrom.GetAddress(), addrFrom.GetLength()), 0);
-    EXPECT_EQ(connect(hSocket, addrTo.GetAddress(), addrTo.GetLength()), 0);
+    EXPECT_TRUE(peer.m_socket.ConnectFrom(dwFrom, m_acceptor.GetPort()));
     peer.m_hServer = m_acceptor.Accept().Release();
-    m_core.ProcessClientConnect(peer.m_hServer, addrFrom);
+    m_core.ProcessClientConnect(peer.m_hServer, CSocketAddress(dwFrom, 0));
     peer.m_lTask = reinterpret_cast<long>(m_core.GetNewestStream());
     return peer;
 }

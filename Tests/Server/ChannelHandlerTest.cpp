@@ -325,7 +325,8 @@ TEST_F(ChannelHandler, DebugRecordsNameTheHandlerTheCodeAndTheAddressOfTheCount)
     std::vector<std::string> texts = records.GetTexts();
     ASSERT_EQ(texts.size(), 8U);
     char szStream[64];
-    snprintf(szStream, sizeof szStream, "handler = %p", reinterpret_cast<void*>(peer.m_lTask));
+    const void* pStream = m_core.GetNewestStream();
+    snprintf(szStream, sizeof szStream, "handler = %p", pStream);
     EXPECT_EQ(texts[0], szStream + strCode) << "the stream chooses the handler";
     const std::string strHandler = texts[1].substr(0, texts[1].find(','));
     EXPECT_NE(strHandler, szStream);

@@ -73,10 +73,10 @@ TEST_F(ChannelPacketPool, DroppedPacketStaysAsItIsWhileSomebodyHasAReference)
 
 TEST_F(ChannelPacketPool, ItemsAreUsedAgainInTheOrderInWhichTheyCameFree)
 {
-    std::vector<CChannelPacketItem*> items;
-    for (int i = 0; i < 4; ++i)
+    std::vector<CChannelPacketItem*> items(4);
+    for (CChannelPacketItem*& pItem : items)
     {
-        items.push_back(m_pBuffer->AllocChannelPacket());
+        pItem = m_pBuffer->AllocChannelPacket();
     }
     for (const size_t i : {2U, 0U, 3U, 1U})
     {

@@ -18,6 +18,12 @@ const size_t MAX_CHANNELS = 4096;
 class CStoreTest : public ::testing::Test
 {
 protected:
+    // The logger allocates at its first use: that is none of what the tests count.
+    CStoreTest()
+    {
+        m_store.AddChannel(1);
+        m_store.RemoveChannel(1, 0);
+    }
     unsigned int Put(unsigned int dwChannel, const std::string& strData)
     {
         std::string strCopy = strData;
@@ -178,7 +184,6 @@ TEST_F(ChannelPacketServer, RemoveAllRemovesChannelsWhateverTheirUsers)
 
 TEST_F(ChannelPacketServer, StoreTakesEverythingWithItWhateverTheUsers)
 {
-    m_store.AddChannel(9);  // the first debug record of a process makes its logger
     const long long llBefore = GetAllocations() - GetDeallocations();
     CChannelPacketItem* pHeld = nullptr;
     {
@@ -233,21 +238,22 @@ TEST_F(ChannelPacketServer, Channel4097IsRefused)
 
 TEST_F(ChannelPacketServer, NoMemoryRegistersNothing)
 {
-    // The buffer, its slots, its entry in the directory.
-    for (int nSpared = 0; nSpared < 3; ++nSpared)
+    int nSpared = -1;
+    Orb_BOOL bAdded = Orb_FALSE;
+    while (!bAdded && nSpared < 20)
     {
-        const long long llBefore = GetAllocations() - GetDeallocations();
-        Orb_BOOL bAdded = Orb_TRUE;
-        {
-            const CNoMemory noMemory(nSpared);
-            bAdded = m_store.AddChannel(7);
-        }
-        EXPECT_FALSE(bAdded) << nSpared;
-        EXPECT_EQ(GetAllocations() - GetDeallocations(), llBefore) << nSpared;
         EXPECT_EQ(Put(7, "a"), 5U);
         EXPECT_TRUE(m_store.m_mapChannels.empty());
+        const long long llBefore = GetAllocations() - GetDeallocations();
+        {
+            const CNoMemory noMemory(++nSpared);
+            bAdded = m_store.AddChannel(7);
+        }
+        EXPECT_TRUE(bAdded || GetAllocations() - GetDeallocations() == llBefore) << nSpared;
     }
-    EXPECT_TRUE(m_store.AddChannel(7));
+    EXPECT_TRUE(bAdded);
+    EXPECT_GE(nSpared, 3) << "for the buffer, its slots and its entry in the directory";
+    EXPECT_EQ(GetUsers(7), 1);
     EXPECT_EQ(Put(7, "a"), 0U);
 }
 

@@ -73,7 +73,7 @@ public:
     using CChannelPacketServer::m_mapChannels;
 };
 
-// The host's bytes in a packet; the test fails elsewhere when they are not what it put.
+// The host's bytes in a packet.
 inline std::string GetData(CChannelPacketItem* pItem)
 {
     const byte* pPacket = pItem->GetPacket();
@@ -87,7 +87,7 @@ inline std::string Take(CChannelPacketItem* pItem)
     {
         return "(null)";
     }
-    const std::string strData = GetData(pItem);
+    std::string strData = GetData(pItem);
     pItem->Release();
     return strData;
 }

@@ -14,12 +14,12 @@
 namespace
 {
 
-sockaddr_in LoopbackAddress(unsigned short wPort)
+sockaddr_in LoopbackAddress(unsigned short wPort, unsigned int dwAddress = INADDR_LOOPBACK)
 {
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_port = htons(wPort);
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_addr.s_addr = htonl(dwAddress);
     return addr;
 }
 
@@ -49,10 +49,17 @@ CRawSocket& CRawSocket::operator=(CRawSocket&& other) noexcept
 
 bool CRawSocket::Connect(unsigned short wPort)
 {
+    return ConnectFrom(INADDR_LOOPBACK, wPort);
+}
+
+bool CRawSocket::ConnectFrom(unsigned int dwFrom, unsigned short wPort)
+{
     Close();
     m_hSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in addrFrom = LoopbackAddress(0, dwFrom);
     const sockaddr_in addr = LoopbackAddress(wPort);
-    if (connect(m_hSocket, Generic(addr), sizeof addr) != 0)
+    if ((dwFrom != INADDR_LOOPBACK && bind(m_hSocket, Generic(addrFrom), sizeof addrFrom) != 0) ||
+        connect(m_hSocket, Generic(addr), sizeof addr) != 0)
     {
         Close();
         return false;

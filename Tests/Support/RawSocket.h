@@ -22,6 +22,8 @@ public:
     CRawSocket& operator=(const CRawSocket&) = delete;
 
     bool Connect(unsigned short wPort);
+    // From another address of the loopback network, 127.0.0.2 say; in host byte order.
+    bool ConnectFrom(unsigned int dwFrom, unsigned short wPort);
     bool IsOpen() const
     {
         return m_hSocket >= 0;
