@@ -110,10 +110,10 @@ TEST_F(Channels, AndFilesTravelBesideEachOther)
 {
     StartPutters(3, milliseconds(5));
     const auto clients = Subscribe(5, {3, 1, 2});
-    const std::string strData = Pattern(20000000);
+    const std::string strData = Pattern(10000000);
     m_local.WriteFile("file", strData);
     const unsigned int dwBefore = GetStored();
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 2; ++i)
     {
         Upload({"file"});
         ASSERT_TRUE(ReadFile(ServerPath("file")) == strData);

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "RawSocket.h"
@@ -20,8 +21,6 @@ extern char** environ;
 
 namespace
 {
-
-const char REFUSED = 'R';
 
 std::string ErrorText(const std::string& strWhat)
 {
@@ -94,20 +93,35 @@ int OpenNetwork()
     return hNetwork;
 }
 
-[[noreturn]] void RunAndExit(const std::function<void()>& fnTest, int hReport)
+// Names the descriptor on which a process in a network of its own reports that it was refused.
+const char REPORT_VARIABLE[] = "OSPREY_TEST_OWN_NETWORK";
+
+void Report(int hReport, const std::string& strRefused)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    EXPECT_EQ(write(hReport, strRefused.data(), strRefused.size()),
+              static_cast<ssize_t>(strRefused.size()));
+}
+
+// Runs this test again, from the start of the program: a process that was forked beside other
+// threads, a sanitizer's own among them, could not have a user namespace or threads.
+[[noreturn]] void RunTestAgain(int hReport)
+{
     try
     {
-        fnTest();
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        LeaveNetwork();
+        fcntl(hReport, F_SETFD, 0);
+        setenv(REPORT_VARIABLE, std::to_string(hReport).c_str(), 1);
+        const ::testing::TestInfo& test = *::testing::UnitTest::GetInstance()->current_test_info();
+        const std::string strFilter =
+            "--gtest_filter=" + std::string(test.test_suite_name()) + "." + test.name();
+        execl("/proc/self/exe", "EndToEndTests", strFilter.c_str(), nullptr);
     }
     catch (const CNetworkRefused& refused)
     {
-        const std::string strReport = REFUSED + std::string(refused.what());
-        static_cast<void>(!write(hReport, strReport.data(), strReport.size()));
+        Report(hReport, refused.what());
     }
-    fflush(stdout);
-    _exit(::testing::Test::HasFailure() ? 1 : 0);
+    _exit(1);
 }
 
 // What the process writes until it ends. Empty, and the test failed, when it does not end.
@@ -137,26 +151,37 @@ std::string ReadReport(int hReport, pid_t nProcess)
 
 void RunInOwnNetwork(const std::function<void()>& fnTest)
 {
+    if (const char* pszReport = getenv(REPORT_VARIABLE))
+    {
+        try
+        {
+            fnTest();
+        }
+        catch (const CNetworkRefused& refused)
+        {
+            Report(static_cast<int>(strtol(pszReport, nullptr, 10)), refused.what());
+        }
+        return;
+    }
     int hReport[2] = {-1, -1};
     ASSERT_EQ(pipe2(hReport, O_CLOEXEC), 0);
     fflush(stdout);
     const pid_t nProcess = fork();
     if (nProcess == 0)
     {
-        close(hReport[0]);
-        RunAndExit(fnTest, hReport[1]);
+        RunTestAgain(hReport[1]);
     }
     ASSERT_GT(nProcess, 0);
     close(hReport[1]);
-    const std::string strReport = ReadReport(hReport[0], nProcess);
+    const std::string strRefused = ReadReport(hReport[0], nProcess);
     close(hReport[0]);
     int nStatus = 0;
     ASSERT_EQ(waitpid(nProcess, &nStatus, 0), nProcess);
-    EXPECT_EQ(nStatus, 0) << "in the other network, see above";
-    if (!strReport.empty() && strReport[0] == REFUSED)
+    if (!strRefused.empty())
     {
-        GTEST_SKIP() << "no network of its own here: " << strReport.substr(1);
+        GTEST_SKIP() << "no network of its own here: " << strRefused;
     }
+    EXPECT_EQ(nStatus, 0) << "in the other network, see above";
 }
 
 COwnNetwork::COwnNetwork()
@@ -176,6 +201,7 @@ COwnNetwork::COwnNetwork()
     Ip({"address", "add", "10.77.0.1/24", "dev", "near"});
     AtFarEnd([] { Ip({"address", "add", "10.77.0.2/24", "dev", "far"}); });
     SetNearUp(true);
+    SetFarUp(true);
 }
 
 COwnNetwork::~COwnNetwork()

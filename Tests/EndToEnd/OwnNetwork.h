@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-// Runs a part of a test in a process that has a network of its own, and the test fails with it.
-// Where the machine does not allow that, skips the test and says what was refused. Everything is
-// gone when the process has ended. REQUIRES: the test has no other thread.
+// Runs a part of a test, all of it, in a process that has a network of its own, and the test fails
+// with it. Where the machine does not allow that, skips the test and says what was refused.
+// Everything is gone when the process has ended.
 void RunInOwnNetwork(const std::function<void()>& fnTest);
 
 // What the machine does not allow.
@@ -19,8 +19,7 @@ public:
 };
 
 // Two networks that nothing else is in, and a cable between them; the thread that makes them is at
-// the near end afterwards. Both ends are down at first. REQUIRES: inside RunInOwnNetwork, on a
-// process's only thread. Throws CNetworkRefused.
+// the near end afterwards. REQUIRES: inside RunInOwnNetwork. Throws CNetworkRefused.
 class COwnNetwork
 {
 public:
@@ -37,8 +36,9 @@ public:
     // IPv4 address there, host byte order.
     unsigned int GetFarAddress() const;
 
-    // With one end down, nothing passes. The near end, at the subscriber's own device, takes the
-    // route with it; with the far end only the way behind it is gone.
+    // Both ends are up at first. With one end down, nothing passes. The near end, at the
+    // subscriber's own device, takes the route with it; with the far end only the way behind it is
+    // gone.
     void SetNearUp(bool bUp) const;
     void SetFarUp(bool bUp) const;
 

@@ -10,13 +10,6 @@
 #include "LibOsprey.h"
 #include "WireRecords.h"
 
-std::string NumberedPacket(unsigned int dwChannel, unsigned int dwNumber, size_t nSize)
-{
-    std::string strPacket = Wire::U32(dwChannel) + Wire::U32(dwNumber);
-    strPacket.resize(nSize, static_cast<char>(static_cast<unsigned char>(dwChannel + dwNumber)));
-    return strPacket;
-}
-
 void CChannelRecord::Take(unsigned int dwChannel, const void* pData, size_t nSize)
 {
     const std::string strPacket(static_cast<const char*>(pData), nSize);
@@ -112,6 +105,13 @@ bool CSubscriber::WaitForNumber(unsigned int dwNumber) const
 {
     return WaitFor("packet " + std::to_string(dwNumber) + " of every channel",
                    [&] { return HaveCome(m_records, m_channels.size(), dwNumber); });
+}
+
+long long CSubscriber::GetDownMs() const
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(m_timeConnected -
+                                                                 m_timeDisconnected)
+        .count();
 }
 
 void CSubscriber::OnConnected(unsigned int /*dwUserParam*/)

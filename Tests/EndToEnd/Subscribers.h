@@ -1,7 +1,7 @@
 #ifndef OSPREY_TESTS_SUBSCRIBERS_H
 #define OSPREY_TESTS_SUBSCRIBERS_H
 
-// Packets that say what they are, those who put them, and those who check what arrives.
+// Those who put numbered packets, and those who check what arrives.
 
 #include <atomic>
 #include <chrono>
@@ -15,16 +15,10 @@
 #include <thread>
 #include <vector>
 
+#include "NumberedPacket.h"
 #include "OspreyChannelClient.h"
 #include "OspreyServer.h"
 #include "RawSocket.h"
-
-// What a transport stream carries in a datagram.
-const size_t STREAM_PACKET = 1316;
-
-// A packet that holds its channel and number, the rest filled after them.
-std::string NumberedPacket(unsigned int dwChannel, unsigned int dwNumber,
-                           size_t nSize = STREAM_PACKET);
 
 // What arrived of one channel of numbered packets.
 struct CChannelRecord
@@ -70,8 +64,6 @@ private:
 class CSubscriber final : public IWXSPChannelClientCallback, public CWatched
 {
 public:
-    typedef std::chrono::steady_clock::time_point CTime;
-
     explicit CSubscriber(std::vector<unsigned int> channels = {1});
     ~CSubscriber();
     CSubscriber(const CSubscriber&) = delete;
@@ -82,6 +74,9 @@ public:
                unsigned int dwTimeoutMs = 20000);
     // Waits until all its channels have come to the number.
     bool WaitForNumber(unsigned int dwNumber) const;
+
+    // How long the last loss lasted until there was a connection again. REQUIRES: inside Look.
+    long long GetDownMs() const;
 
     void OnConnected(unsigned int dwUserParam) override;
     void OnConnectFailed(unsigned int dwUserParam) override;
@@ -94,10 +89,12 @@ public:
     int m_nFailed = 0;
     int m_nFailedAtOnce = 0;
     int m_nDisconnected = 0;
-    CTime m_timeConnected;
-    CTime m_timeDisconnected;
 
 private:
+    typedef std::chrono::steady_clock::time_point CTime;
+
+    CTime m_timeConnected;
+    CTime m_timeDisconnected;
     std::vector<unsigned int> m_channels;
     IWXSPChannelClient* m_pClient;
 };
