@@ -54,7 +54,8 @@ using ChannelConnect = CChannelConnect;
 
 TEST_F(ChannelConnect, RefusedIsReportedOnceAnAttemptAndTriedAgainAfterOneSecond)
 {
-    m_run.Start(FreePort());
+    m_server.m_server.Close();
+    m_run.Start(m_server.GetPort());
     for (int i = 0; i < 5; ++i)
     {
         ExpectThenSleep({"connect failed 7"}, RECONNECT_MS);

@@ -90,7 +90,8 @@ TEST_F(ChannelRelease, WhileItWaitsAfterALoss)
 
 TEST_F(ChannelRelease, WhileItWaitsAfterAFailedAttempt)
 {
-    m_run.Start(FreePort());
+    m_server.m_server.Close();
+    m_run.Start(m_server.GetPort());
     m_loops.WaitForSleep(1000);
     m_run.Release();
     EXPECT_EQ(m_run.m_host.m_events.Get(), CLines{"connect failed 7"});
@@ -191,7 +192,8 @@ TEST_F(ChannelRelease, InsideOnDisconnected)
 TEST_F(ChannelRelease, InsideOnConnectFailedOfARefusal)
 {
     ReleaseInside("connect failed 7");
-    m_run.Start(FreePort());
+    m_server.m_server.Close();
+    m_run.Start(m_server.GetPort());
     m_leftovers.ExpectNone();
     EXPECT_EQ(m_run.m_host.m_events.Get(), CLines{"connect failed 7"});
 }

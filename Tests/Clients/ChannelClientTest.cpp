@@ -356,11 +356,13 @@ TEST(ChannelClient, WithoutAHostItConnectsReceivesAndReconnects)
 TEST(ChannelClient, WithoutAHostItSurvivesFailedAttempts)
 {
     CSteppedLoops loops;
+    CRawServer server;
+    server.Close();
     unsigned int dwChannel = 1;
     for (const unsigned int dwAddress : {LOOPBACK, 0xFFFFFFFFU})
     {
         IWXSPChannelClient* pClient = CreateWXSPChannelClient(nullptr, CHANNEL_USER);
-        pClient->Connect(0, dwAddress, FreePort(), 500, 1, &dwChannel);
+        pClient->Connect(0, dwAddress, server.GetPort(), 500, 1, &dwChannel);
         if (dwAddress != LOOPBACK)
         {
             loops.WaitForSleep(500);

@@ -30,6 +30,8 @@ int CountDescriptors()
     return CountEntries("/proc/self/fd");
 }
 
+CLeftovers::CLeftovers() : m_nThreads(CountThreads()), m_nDescriptors(CountDescriptors()) {}
+
 bool CLeftovers::IsNone() const
 {
     return CountThreads() <= m_nThreads && CountDescriptors() <= m_nDescriptors;

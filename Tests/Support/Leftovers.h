@@ -9,14 +9,16 @@ int CountDescriptors();
 class CLeftovers
 {
 public:
+    CLeftovers();
+
     // Waits until there are no more than before; fails the test at the deadline.
     void ExpectNone() const;
     // The same at this very moment.
     bool IsNone() const;
 
 private:
-    const int m_nThreads = CountThreads();
-    const int m_nDescriptors = CountDescriptors();
+    const int m_nThreads;
+    const int m_nDescriptors;
 };
 
 #endif

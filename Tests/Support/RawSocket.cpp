@@ -211,16 +211,23 @@ bool CRawSocket::IsSilent() const
 
 CRawServer::CRawServer()
 {
-    m_hSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in addr = LoopbackAddress(0);
-    EXPECT_EQ(bind(m_hSocket, Generic(addr), sizeof addr), 0) << strerror(errno);
+    Open(0);
     EXPECT_EQ(listen(m_hSocket, 16), 0) << strerror(errno);
     m_wPort = GetLocalPort(m_hSocket);
 }
 
 CRawServer::~CRawServer()
 {
-    Close();
+    close(m_hSocket);
+}
+
+void CRawServer::Open(unsigned short wPort)
+{
+    m_hSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int nOn = 1;  // connections of the port may still be there when it is opened again
+    EXPECT_EQ(setsockopt(m_hSocket, SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof nOn), 0);
+    const sockaddr_in addr = LoopbackAddress(wPort);
+    EXPECT_EQ(bind(m_hSocket, Generic(addr), sizeof addr), 0) << strerror(errno);
 }
 
 CRawSocket CRawServer::Accept()
@@ -236,10 +243,8 @@ CRawSocket CRawServer::Accept()
 
 void CRawServer::Close()
 {
-    if (m_hSocket >= 0)
-    {
-        close(std::exchange(m_hSocket, -1));
-    }
+    close(m_hSocket);
+    Open(m_wPort);
 }
 
 CSocketPair::CSocketPair()

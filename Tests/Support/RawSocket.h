@@ -76,10 +76,12 @@ public:
     }
     // The next connection; not open, and the test failed, at the deadline.
     CRawSocket Accept();
-    // From now on connecting to the port is refused.
+    // From now on connecting to the port is refused. Nobody else gets it: it stays bound.
     void Close();
 
 private:
+    void Open(unsigned short wPort);
+
     int m_hSocket = -1;
     unsigned short m_wPort = 0;
 };
