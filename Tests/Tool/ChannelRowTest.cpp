@@ -22,7 +22,8 @@ TEST(ChannelRow, FiguresGoFromTheRight)
     EXPECT_EQ(RenderChannelRow(ROW, 66),
               "channel 1    1000 packets/s     1.3 MiB/s    123456 packets");
     EXPECT_EQ(RenderChannelRow(ROW, 30), "channel 1    1000 packets/s");
-    EXPECT_EQ(RenderChannelRow(ROW, 20), "channel 1");
+    EXPECT_EQ(RenderChannelRow(ROW, 24), "channel 1 1000 packets/s");
+    EXPECT_EQ(RenderChannelRow(ROW, 23), "channel 1");
 }
 
 TEST(ChannelRow, FitsEveryWidth)

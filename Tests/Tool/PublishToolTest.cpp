@@ -256,6 +256,18 @@ TEST_F(PublishTool, SourcesThatCannotBeReadGive2)
     EXPECT_EQ(run.m_nExitCode, 2);
 }
 
+TEST_F(PublishTool, SourceThatFailsOnTheWayGives1)
+{
+    // It opens, but nothing stands at its start.
+    CPublisher publisher(
+        {"--linger", "0", "--channel", "1=/proc/self/mem", "--channel", Source("2", "x")});
+    EXPECT_EQ(publisher.Tool().Wait(), 1);
+    EXPECT_EQ(publisher.Tool().GetErrors(),
+              "osprey: channel 1 from \"/proc/self/mem\": Input/output error\n");
+    EXPECT_EQ(publisher.Tool().WaitForEvent("summary")["channel"], 1);
+    EXPECT_EQ(publisher.Tool().WaitForEvent("summary")["unread"], 1);
+}
+
 TEST_F(PublishTool, TakenPortsGive3)
 {
     CPublisher publisher({"--channel", "1=udp:0"});

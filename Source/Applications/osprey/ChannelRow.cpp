@@ -30,8 +30,17 @@ std::string RenderChannelRow(const CChannelRow& row, int nColumns)
         Pad(FormatCount(row.m_ullPackets, "packet"), 16), row.m_strNote};
     for (const std::string& strFigure : listFigures)
     {
-        const std::string strMore = strFigure.empty() ? "" : "  " + strFigure;
-        if (TextColumns(strResult) + TextColumns(strMore) > nColumns)
+        if (strFigure.empty())
+        {
+            continue;
+        }
+        std::string strMore = "  " + strFigure;
+        if (TextColumns(strResult + strMore) > nColumns)
+        {
+            // Without its padding it may still fit.
+            strMore.erase(1, strMore.find_first_not_of(' ') - 1);
+        }
+        if (TextColumns(strResult + strMore) > nColumns)
         {
             break;
         }

@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -16,6 +17,12 @@ namespace
 const int DEFAULT_COLUMNS = 80;
 const int DEFAULT_ROWS = 24;
 
+bool IsWritable(int nDescriptor, int nTimeoutMs)
+{
+    pollfd polled{nDescriptor, POLLOUT, 0};
+    return poll(&polled, 1, nTimeoutMs) > 0;
+}
+
 // 0, or the errno of the failure.
 int WriteAll(int nDescriptor, const std::string& strText)
 {
@@ -23,7 +30,12 @@ int WriteAll(int nDescriptor, const std::string& strText)
     while (nDone < strText.size())
     {
         const ssize_t n = write(nDescriptor, strText.data() + nDone, strText.size() - nDone);
-        if (n < 0 && errno != EINTR)
+        if (n < 0 && errno == EAGAIN)
+        {
+            // Whoever gave the descriptor made it one that does not wait.
+            IsWritable(nDescriptor, -1);
+        }
+        else if (n < 0 && errno != EINTR)
         {
             return errno;
         }
@@ -162,6 +174,11 @@ int COutput::GiveAway()
 void COutput::Draw(const std::vector<std::string>& listRows)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    // A terminal that was stopped must not stop what the rows tell of.
+    if (!IsWritable(m_nOutput, 0))
+    {
+        return;
+    }
     const size_t nMost = static_cast<size_t>(std::max(Rows() - 1, 1));
     std::string strText = TakeRows();
     for (; m_nRows < std::min(listRows.size(), nMost); ++m_nRows)

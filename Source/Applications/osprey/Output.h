@@ -51,7 +51,8 @@ public:
     int GiveAway();
 
     // Rows that stand below the lines of a terminal: these replace the last ones. Lines and errors
-    // take them off. None is drawn that the terminal has no row for.
+    // take them off. None is drawn that the terminal has no row for, and none at all while the
+    // terminal takes nothing.
     void Draw(const std::vector<std::string>& listRows);
 
     // The rows stay where they are, and the cursor moves on: a terminal has echoed a key into them.

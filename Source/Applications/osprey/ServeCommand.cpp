@@ -45,5 +45,5 @@ int RunServe(const COptions& options, COutput& output)
     transfers.EndAll();
     pump.Summarize();
     events.Stopped();
-    return EXIT_DONE;
+    return pump.HasFailed() ? EXIT_FILE_FAILED : EXIT_DONE;
 }

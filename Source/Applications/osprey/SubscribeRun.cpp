@@ -151,13 +151,7 @@ void CSubscribeRun::WaitForEnd(const CSignals& signals, CSubscribeLog& log)
         {
             return;
         }
-        for (const auto& pSink : m_listSinks)
-        {
-            if (pSink->Dropped() > 0)
-            {
-                log.Drops(*pSink);
-            }
-        }
+        TellDrops(log);
         log.Tick(m_stats, m_setLines);
     }
 }
@@ -231,6 +225,17 @@ bool CSubscribeRun::TryNextAddress()
     return true;
 }
 
+void CSubscribeRun::TellDrops(CSubscribeLog& log) const
+{
+    for (const auto& pSink : m_listSinks)
+    {
+        if (pSink->Dropped() > 0)
+        {
+            log.Drops(*pSink);
+        }
+    }
+}
+
 bool CSubscribeRun::HasFailed() const
 {
     return m_output.IsBroken() || m_output.HasFailed() ||
@@ -245,6 +250,7 @@ int CSubscribeRun::Finish(CSubscribeLog& log)
         pSink->Finish();
     }
     TellEvents(log);
+    TellDrops(log);
     for (const CChannelFigures& figures : m_stats.Figures())
     {
         const std::vector<IChannelSink*>& listSinks = m_mapSinks[figures.m_dwChannel];

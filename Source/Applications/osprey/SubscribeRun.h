@@ -62,6 +62,7 @@ private:
     int WaitMs(const CSubscribeLog& log) const;
     bool IsTimeOver() const;
     void TellEvents(CSubscribeLog& log);
+    void TellDrops(CSubscribeLog& log) const;
     bool TryNextAddress();
     bool HasFailed() const;
     int Finish(CSubscribeLog& log);
