@@ -3,7 +3,7 @@
 namespace
 {
 
-const size_t QUEUE_BYTES = 16U * 1024 * 1024;
+const size_t QUEUE_BYTES = size_t{16} * 1024 * 1024;
 
 }  // namespace
 
