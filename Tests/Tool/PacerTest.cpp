@@ -17,7 +17,7 @@ TEST(Pacer, PacketsAreDueAtEqualDistances)
     for (int i = 0; i < 5; ++i)
     {
         const long long llDue = pacer.Due(0);
-        EXPECT_EQ(llDue, i == 0 ? 0 : BEGIN + i * 1000000);
+        EXPECT_EQ(llDue, i == 0 ? 0 : BEGIN + i * 1000000LL);
         pacer.Take(i == 0 ? BEGIN : llDue);
     }
 }

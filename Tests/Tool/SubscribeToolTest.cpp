@@ -18,6 +18,8 @@ namespace
 
 using CNames = std::vector<std::string>;
 
+const size_t PACKET_SIZE = 1316;
+
 class CSubscribeToolTest : public ::testing::Test
 {
 protected:
@@ -89,7 +91,7 @@ TEST_F(SubscribeTool, CountIsKeptToThePacket)
     const CToolRun run({"subscribe", publisher.GetPeer(), "--count", "3", "--json", "--channel",
                         "1=" + m_folder.GetPath("out")});
     EXPECT_EQ(run.m_nExitCode, 0);
-    EXPECT_EQ(ReadFile(m_folder.GetPath("out")).size(), 3U * 1316);
+    EXPECT_EQ(ReadFile(m_folder.GetPath("out")).size(), 3 * PACKET_SIZE);
     const nlohmann::json summary = nlohmann::json::parse(run.m_listLines.back());
     EXPECT_EQ(summary["event"], "summary");
     EXPECT_EQ(summary["packets"], 3);
@@ -167,8 +169,9 @@ TEST_F(SubscribeTool, TextTellsOnlyTheFirstRefusal)
 
 TEST_F(SubscribeTool, MissingPacketsOfATransportStreamAreGaps)
 {
-    const std::string strWhole = TransportStream(0x100, 7 * 20);
-    const std::string strStream = strWhole.substr(0, 5 * 1316) + strWhole.substr(6 * 1316);
+    const std::string strWhole = TransportStream(0x100, 140);
+    const std::string strStream =
+        strWhole.substr(0, 5 * PACKET_SIZE) + strWhole.substr(6 * PACKET_SIZE);
     CPublisher publisher({"--wait", "--channel", "1=" + m_folder.WriteFile("ts", strStream)});
     const CToolRun run(
         {"subscribe", publisher.GetPeer(), "--json", "--count", "19", "--channel", "1"});
@@ -187,7 +190,7 @@ TEST_F(SubscribeTool, StatsAreALineASecond)
     EXPECT_EQ(event["channel"], 1);
     EXPECT_EQ(event["connected"], true);
     EXPECT_GT(event["packets"], 0);
-    EXPECT_EQ(event["bytes"].get<size_t>(), event["packets"].get<size_t>() * 1316);
+    EXPECT_EQ(event["bytes"].get<size_t>(), event["packets"].get<size_t>() * PACKET_SIZE);
     EXPECT_GT(event["bytes_per_second"].get<double>(), 0.0);
     EXPECT_EQ(event["format"], "unknown");
     EXPECT_EQ(event.count("gaps"), 0U);
@@ -256,7 +259,7 @@ TEST_F(SubscribeTool, SecondSignalDoesNotWaitForAStuckSink)
     const int nReader = open(strFifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(nReader, 0);
     CPublisher publisher(
-        {"--wait", "--channel", "1=" + m_folder.WriteFile("in", Pattern(500 * 1316))});
+        {"--wait", "--channel", "1=" + m_folder.WriteFile("in", Pattern(500 * PACKET_SIZE))});
     CToolProcess tool({"subscribe", publisher.GetPeer(), "--json", "--channel", "1=" + strFifo,
                        "--channel", "1"});
     EXPECT_TRUE(tool.WaitUntil("more packets than a pipe holds",
