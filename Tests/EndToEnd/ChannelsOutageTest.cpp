@@ -81,6 +81,27 @@ TEST(Publisher, KilledAndStartedLaterIsAskedForEverySecond)
         });
 }
 
+// The only port that the system can choose for the client's own end is the one that it connects to,
+// which over many attempts comes by itself: TCP then joins the socket to itself.
+void MeetNobodyButItself()
+{
+    const unsigned short wPort = 40001;
+    UseLoopbackWithPorts(wPort, wPort);
+    CSubscriber client(CHANNELS);
+    client.Start(wPort);
+    client.WaitFor("the end of the first attempt",
+                   [&] { return client.m_nConnected + client.m_nFailed > 0; });
+    client.Look([&] { EXPECT_EQ(client.m_nConnected, 0) << "connected to itself"; });
+    UseLoopbackWithPorts(wPort, wPort + 100);
+    const CServerProcess publisher(wPort, FIRST);
+    client.WaitForNumber(FIRST + 50);
+}
+
+TEST(Publisher, IsNotTakenForThereWhenTheClientMeetsItself)
+{
+    RunInOwnNetwork(&MeetNobodyButItself);
+}
+
 const unsigned short PORT = 7070;  // nobody else is in these networks
 
 // A client at this end of a link; its publisher is at the far end.

@@ -184,6 +184,13 @@ void RunInOwnNetwork(const std::function<void()>& fnTest)
     EXPECT_EQ(nStatus, 0) << "in the other network, see above";
 }
 
+void UseLoopbackWithPorts(unsigned short wFirst, unsigned short wLast)
+{
+    Ip({"link", "set", "lo", "up"});
+    WriteLine("/proc/sys/net/ipv4/ip_local_port_range",
+              std::to_string(wFirst) + " " + std::to_string(wLast));
+}
+
 COwnNetwork::COwnNetwork()
 {
     LeaveNetwork();

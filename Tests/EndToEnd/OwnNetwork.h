@@ -18,6 +18,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Brings loopback up in the network that the process is in, and leaves the system only these ports
+// to choose from. REQUIRES: inside RunInOwnNetwork. Throws CNetworkRefused.
+void UseLoopbackWithPorts(unsigned short wFirst, unsigned short wLast);
+
 // Two networks that nothing else is in, and a cable between them; the thread that makes them is at
 // the near end afterwards. REQUIRES: inside RunInOwnNetwork. Throws CNetworkRefused.
 class COwnNetwork

@@ -48,6 +48,13 @@ bool CSocketAddress::IsIPAddress(unsigned int dwIPAddress) const
     return m_any.sa_family == AF_INET && m_in4.sin_addr.s_addr == htonl(dwIPAddress);
 }
 
+bool CSocketAddress::operator==(const CSocketAddress& other) const
+{
+    return m_any.sa_family == AF_INET && other.m_any.sa_family == AF_INET &&
+           m_in4.sin_addr.s_addr == other.m_in4.sin_addr.s_addr &&
+           m_in4.sin_port == other.m_in4.sin_port;
+}
+
 bool CSocketAddress::GetIPAddressString(char* pText, unsigned int dwSize) const
 {
     switch (m_any.sa_family)
@@ -117,6 +124,15 @@ bool CSocket::GetPeerAddress(CSocketAddress& addrRemote) const
 {
     socklen_t nLength = sizeof(sockaddr_in6);
     return getpeername(m_hSocket, addrRemote.GetAddress(), &nLength) == 0;
+}
+
+bool CSocket::IsConnectedToItself() const
+{
+    CSocketAddress addrLocal;
+    CSocketAddress addrRemote;
+    socklen_t nLength = sizeof(sockaddr_in6);
+    return getsockname(m_hSocket, addrLocal.GetAddress(), &nLength) == 0 &&
+           GetPeerAddress(addrRemote) && addrLocal == addrRemote;
 }
 
 void CSocket::ShutdownSend()

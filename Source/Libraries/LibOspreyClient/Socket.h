@@ -26,6 +26,8 @@ public:
     socklen_t GetLength() const;
     // True for this IPv4 address, in host byte order, whatever the port.
     bool IsIPAddress(unsigned int dwIPAddress) const;
+    // True for two equal IPv4 addresses with equal ports.
+    bool operator==(const CSocketAddress& other) const;
     // Writes the address as text, without the port. False for another family, or for a size that
     // does not hold it.
     bool GetIPAddressString(char* pText, unsigned int dwSize) const;
@@ -68,6 +70,10 @@ public:
     // True when the connection is established or under way.
     bool Connect(const CSocketAddress& addrRemote);
     bool GetPeerAddress(CSocketAddress& addrRemote) const;
+    // True when TCP has joined the socket to itself: a connect to an own port that nobody listens
+    // on can do that, when the system chooses the same port for this end (simultaneous open, RFC
+    // 9293).
+    bool IsConnectedToItself() const;
     // No more data will be sent; receiving goes on.
     void ShutdownSend();
 

@@ -172,7 +172,11 @@ void CTCPStream::ProcessOutput()
 // The outcome of an outgoing connect. False when there is nothing to send on.
 bool CTCPStream::FinishConnect()
 {
-    const int nError = m_sock.GetSocketError();
+    int nError = m_sock.GetSocketError();
+    if (nError == 0 && m_sock.IsConnectedToItself())
+    {
+        nError = ECONNREFUSED;  // nobody else listens there
+    }
     if (nError != 0)
     {
         puts("CTCPStream::ProcessOutputError 1\r");
