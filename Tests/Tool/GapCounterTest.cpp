@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "Hex.h"
 #include "TransportCells.h"
 
@@ -145,6 +147,19 @@ TEST_F(GapCounter, PacketsOfEverOtherSourcesAreNoRtp)
     for (unsigned char cSource = 0; cSource < 100; ++cSource)
     {
         Rtp(7, cSource);
+    }
+    EXPECT_EQ(m_counter.Format(), CGapCounter::FORMAT_UNKNOWN);
+    EXPECT_EQ(m_counter.Gaps(), 0U);
+}
+
+// A number that counts from 0 and constant data: every fourth packet has the first bits of RTP.
+TEST_F(GapCounter, NumberedPacketsThatNowAndThenLookLikeRtpAreNone)
+{
+    for (unsigned int i = 0; i < 2048; ++i)
+    {
+        std::string strPacket(1316, 'x');
+        memcpy(&strPacket[0], &i, sizeof i);
+        Packet(strPacket);
     }
     EXPECT_EQ(m_counter.Format(), CGapCounter::FORMAT_UNKNOWN);
     EXPECT_EQ(m_counter.Gaps(), 0U);

@@ -1,5 +1,7 @@
 #include "GapCounter.h"
 
+#include <algorithm>
+
 namespace
 {
 
@@ -8,6 +10,7 @@ const size_t CELL_HEADER = 4;
 const unsigned char CELL_SYNC = 0x47;
 const unsigned int NULL_PID = 0x1FFF;
 const size_t RTP_HEADER = 12;
+const int RTP_RUN = 4;  // packets in a row that make it RTP
 
 bool IsTransportStream(const unsigned char* pData, size_t nSize)
 {
@@ -52,6 +55,10 @@ void CGapCounter::Packet(const char* pData, size_t nSize)
     else if (nSize >= RTP_HEADER && pBytes[0] >> 6 == 2)
     {
         Rtp(pBytes);
+    }
+    else if (m_eFormat != FORMAT_RTP)
+    {
+        m_nRtpRun = 0;
     }
 }
 
@@ -108,13 +115,18 @@ void CGapCounter::Rtp(const unsigned char* pPacket)
     const unsigned short wNumber = static_cast<unsigned short>(pPacket[2] << 8 | pPacket[3]);
     const Orb_U32 dwSource =
         static_cast<Orb_U32>(pPacket[8]) << 24 | pPacket[9] << 16 | pPacket[10] << 8 | pPacket[11];
-    // Other data may look like one such packet, but not like two of one source.
-    if (m_bRtpSource && m_dwRtpSource == dwSource)
+    const bool bSame = m_nRtpRun > 0 && m_dwRtpSource == dwSource;
+    const bool bNext = bSame && m_wRtpNext == wNumber;
+    if (m_eFormat == FORMAT_RTP && bSame)
+    {
+        m_ullGaps += bNext ? 0 : 1;
+    }
+    // Other data may look like a few such packets, but not like many in a row.
+    m_nRtpRun = bNext ? std::min(m_nRtpRun + 1, RTP_RUN) : 1;
+    if (m_nRtpRun >= RTP_RUN)
     {
         m_eFormat = FORMAT_RTP;
-        m_ullGaps += wNumber == m_wRtpNext ? 0 : 1;
     }
-    m_bRtpSource = true;
     m_dwRtpSource = dwSource;
     m_wRtpNext = static_cast<unsigned short>(wNumber + 1);
 }

@@ -10,7 +10,7 @@
 //   MPEG-TS   packets of whole 188-byte cells: the continuity counter of each PID, as ISO/IEC
 //             13818-1, 2.4.3.3 has it. It counts cells with payload, modulo 16; a cell may be sent
 //             twice, and may announce a discontinuity, which is no gap
-//   RTP       version 2, several packets of one source: the sequence number
+//   RTP       version 2, once a few packets of one source came in a row: the sequence number
 //
 // Other packets carry none that it knows.
 class CGapCounter final
@@ -51,7 +51,7 @@ private:
     EFormat m_eFormat = FORMAT_UNKNOWN;
     Orb_U64 m_ullGaps = 0;
     std::unordered_map<unsigned int, CPid> m_mapPids;
-    bool m_bRtpSource = false;  // m_dwRtpSource and m_wRtpNext hold something
+    int m_nRtpRun = 0;  // packets in a row that looked like RTP of one source, without a gap
     Orb_U32 m_dwRtpSource = 0;
     unsigned short m_wRtpNext = 0;
 };
