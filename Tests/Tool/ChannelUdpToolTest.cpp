@@ -132,6 +132,15 @@ TEST(ChannelUdpSource, GroupIsJoinedOnTheInterfaceThatIsNamed)
         "osprey: cannot listen on udp:239.1.1.1:0%none: there is no interface \"none\"\n");
 }
 
+TEST(ChannelUdpSource, InterfaceOfAnAddressThatIsNoGroupIsRefused)
+{
+    const CToolRun run({"publish", "--port", "0", "--channel", "1=udp:127.0.0.1:0%lo"});
+    EXPECT_NE(run.m_nExitCode, 0);
+    EXPECT_EQ(run.m_strErrors,
+              "osprey: cannot listen on udp:127.0.0.1:0%lo: an interface goes with a multicast "
+              "group only\n");
+}
+
 TEST(ChannelUdpSource, AddressOfAnotherMachineGives3)
 {
     const CToolRun run({"publish", "--port", "0", "--channel", "1=udp:192.0.2.1:0"});

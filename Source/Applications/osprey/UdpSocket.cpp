@@ -44,13 +44,19 @@ sockaddr_in AddressOf(unsigned int dwAddress, unsigned short wPort)
     return address;
 }
 
-// 0: the system chooses. False with a reason when there is no such interface.
-bool InterfaceIndex(const CUdpSpec& udp, int& nIndex, std::string& strReason)
+// 0: the system chooses. False with a reason when there is no such interface, or no use for one.
+bool InterfaceIndex(const CUdpSpec& udp, unsigned int dwAddress, int& nIndex,
+                    std::string& strReason)
 {
     nIndex = 0;
     if (udp.m_strInterface.empty())
     {
         return true;
+    }
+    if (!IN_MULTICAST(dwAddress))
+    {
+        strReason = "an interface goes with a multicast group only";
+        return false;
     }
     nIndex = static_cast<int>(if_nametoindex(udp.m_strInterface.c_str()));
     if (nIndex == 0)
@@ -79,7 +85,7 @@ bool Bind(int nSocket, CUdpSpec& udp, unsigned int dwAddress, std::string& strRe
 {
     const bool bGroup = IN_MULTICAST(dwAddress);
     int nInterface = 0;
-    if (!InterfaceIndex(udp, nInterface, strReason))
+    if (!InterfaceIndex(udp, dwAddress, nInterface, strReason))
     {
         return false;
     }
@@ -104,7 +110,7 @@ bool Bind(int nSocket, CUdpSpec& udp, unsigned int dwAddress, std::string& strRe
 bool ConnectTo(int nSocket, const CUdpSpec& udp, unsigned int dwAddress, std::string& strReason)
 {
     ip_mreqn request{};
-    if (!InterfaceIndex(udp, request.imr_ifindex, strReason))
+    if (!InterfaceIndex(udp, dwAddress, request.imr_ifindex, strReason))
     {
         return false;
     }
