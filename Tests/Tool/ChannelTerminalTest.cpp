@@ -6,6 +6,7 @@
 #include "Publisher.h"
 #include "TempFolder.h"
 #include "Text.h"
+#include "UdpEnd.h"
 
 namespace
 {
@@ -61,6 +62,18 @@ void WaitForRows(CToolProcess& tool)
                                    }
                                    return nAt != std::string::npos;
                                }));
+}
+
+// The number that follows the text in the tool's output.
+std::string NumberBehind(CToolProcess& tool, const std::string& strText)
+{
+    EXPECT_TRUE(tool.WaitForOutput(strText));
+    const size_t nAt = tool.GetOutput().find(strText) + strText.size();
+    EXPECT_TRUE(tool.WaitUntil(
+        "a number behind " + strText, [&]
+        { return tool.GetOutput().find_first_not_of("0123456789", nAt) != std::string::npos; }));
+    return tool.GetOutput().substr(nAt,
+                                   tool.GetOutput().find_first_not_of("0123456789", nAt) - nAt);
 }
 
 }  // namespace
@@ -131,4 +144,48 @@ TEST(ChannelOnTerminal, QuietDrawsNothing)
                       80);
     EXPECT_EQ(tool.Wait(), 0);
     EXPECT_EQ(tool.GetOutput(), "");
+}
+
+TEST(ChannelOnTerminal, StoppedOutputStopsNoPackets)
+{
+    CToolProcess publisher({"publish", "--port", "0", "--channel", "1=udp:0"}, 80);
+    const std::string strUdp = NumberBehind(publisher, "udp:127.0.0.1:");
+    const std::string strPort = NumberBehind(publisher, "on port ");
+    CUdpEnd end;
+    CToolProcess subscriber(
+        {"subscribe", "127.0.0.1:" + strPort, "--channel", "1=" + end.GetName(), "--quiet"});
+    const unsigned short wUdp = static_cast<unsigned short>(std::stoi(strUdp));
+    std::string strData;
+    ASSERT_TRUE(publisher.WaitUntil("the first packet",
+                                    [&]
+                                    {
+                                        end.Send(wUdp, "first");
+                                        return end.Receive(strData, 10);
+                                    }));
+    publisher.Type("\x13");
+    // Rows are drawn ten times a second: there are many while these go through.
+    for (int i = 0; i < 20 && !testing::Test::HasFailure(); ++i)
+    {
+        const std::string strNumber = std::to_string(i);
+        end.Send(wUdp, strNumber);
+        do
+        {
+            strData = end.Receive();
+        } while (strData == "first");
+        EXPECT_EQ(strData, strNumber);
+    }
+    publisher.Signal(SIGTERM);
+    EXPECT_EQ(publisher.Wait(), 0);
+}
+
+TEST(ChannelOnTerminal, SecondSignalEndsASubscriberWhoseOutputIsStopped)
+{
+    const CEndWithoutJoin forced;
+    CPublisher publisher({"--rate", "50", "--channel", "1=/dev/zero"});
+    CToolProcess tool({"subscribe", publisher.GetPeer(), "--channel", "1", "--channel", "2"}, 80);
+    ASSERT_TRUE(tool.WaitForOutput("connected"));
+    WaitForRows(tool);
+    tool.Type("\x13");
+    tool.SignalUntilEnd(SIGTERM);
+    EXPECT_FALSE(testing::Test::HasFailure());
 }

@@ -157,6 +157,12 @@ int CToolProcess::SignalUntilEnd(int nSignal)
     return Wait();
 }
 
+void CToolProcess::Type(const std::string& strKeys) const
+{
+    ASSERT_EQ(write(m_nOutput, strKeys.data(), strKeys.size()),
+              static_cast<ssize_t>(strKeys.size()));
+}
+
 void CToolProcess::CloseOutput()
 {
     if (m_nOutput >= 0)

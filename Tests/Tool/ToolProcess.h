@@ -68,6 +68,9 @@ public:
     // The output as JSON; fails the test for a line that is none.
     std::vector<nlohmann::json> GetEvents() const;
 
+    // Types on its terminal: "\x13" (Ctrl-S) stops the output.
+    void Type(const std::string& strKeys) const;
+
     // From now on nobody reads the standard output.
     void CloseOutput();
 

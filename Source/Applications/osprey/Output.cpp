@@ -16,32 +16,13 @@ namespace
 
 const int DEFAULT_COLUMNS = 80;
 const int DEFAULT_ROWS = 24;
+const int LOOK_MS = 100;
+const int ENDING_LOOKS = 5;
 
 bool IsWritable(int nDescriptor, int nTimeoutMs)
 {
     pollfd polled{nDescriptor, POLLOUT, 0};
     return poll(&polled, 1, nTimeoutMs) > 0;
-}
-
-// 0, or the errno of the failure.
-int WriteAll(int nDescriptor, const std::string& strText)
-{
-    size_t nDone = 0;
-    while (nDone < strText.size())
-    {
-        const ssize_t n = write(nDescriptor, strText.data() + nDone, strText.size() - nDone);
-        if (n < 0 && errno == EAGAIN)
-        {
-            // Whoever gave the descriptor made it one that does not wait.
-            IsWritable(nDescriptor, -1);
-        }
-        else if (n < 0 && errno != EINTR)
-        {
-            return errno;
-        }
-        nDone += n > 0 ? static_cast<size_t>(n) : 0;
-    }
-    return 0;
 }
 
 // A descriptor from 0 to 2 that was closed at the start would be given to the next file or socket,
@@ -91,6 +72,37 @@ bool COutput::TraceTo(const std::string& strFile)
     dup2(nFile, STDOUT_FILENO);
     close(nFile);
     return true;
+}
+
+// False when the rest is to be left out.
+bool COutput::WaitUntilWritable(int nDescriptor)
+{
+    for (int nLooks = 0; !IsWritable(nDescriptor, m_bStuck ? 0 : LOOK_MS);)
+    {
+        nLooks += m_bEnding ? 1 : 0;
+        if (m_bStuck || nLooks >= ENDING_LOOKS)
+        {
+            m_bStuck = true;
+            return false;
+        }
+    }
+    return true;
+}
+
+// 0, or the errno of the failure.
+int COutput::WriteAll(int nDescriptor, const std::string& strText)
+{
+    size_t nDone = 0;
+    while (nDone < strText.size() && WaitUntilWritable(nDescriptor))
+    {
+        const ssize_t n = write(nDescriptor, strText.data() + nDone, strText.size() - nDone);
+        if (n < 0 && errno != EINTR && errno != EAGAIN)
+        {
+            return errno;
+        }
+        nDone += n > 0 ? static_cast<size_t>(n) : 0;
+    }
+    return 0;
 }
 
 void COutput::Write(const std::string& strText)
@@ -190,6 +202,7 @@ void COutput::Draw(const std::vector<std::string>& listRows)
 
 void COutput::LeaveRows()
 {
+    m_bEnding = true;
     const std::lock_guard<std::mutex> lock(m_mutex);
     WriteLocked(m_nRows > 0 ? "\n" : "");
     m_nRows = 0;

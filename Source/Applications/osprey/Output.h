@@ -55,7 +55,9 @@ public:
     // terminal takes nothing.
     void Draw(const std::vector<std::string>& listRows);
 
-    // The rows stay where they are, and the cursor moves on: a terminal has echoed a key into them.
+    // The end was asked for. The rows stay where they are, and the cursor moves on: a terminal has
+    // echoed a key into them. From now on what the output does not take within half a second, a
+    // stopped terminal or a full pipe, is left out.
     void LeaveRows();
 
     bool IsTerminal() const;
@@ -66,6 +68,8 @@ public:
 private:
     void ReportFailure(int nError);
     void WriteLocked(const std::string& strText);
+    int WriteAll(int nDescriptor, const std::string& strText);
+    bool WaitUntilWritable(int nDescriptor);
     std::string TakeRows();
     int Rows() const;
 
@@ -74,7 +78,9 @@ private:
     std::atomic<bool> m_bBroken{false};
     std::atomic<bool> m_bEndWithReader{false};
     std::atomic<bool> m_bFailureTold{false};
-    size_t m_nRows = 0;  // that stand on the terminal; under m_mutex
+    std::atomic<bool> m_bEnding{false};
+    std::atomic<bool> m_bStuck{false};  // took nothing for too long while ending
+    size_t m_nRows = 0;                 // that stand on the terminal; under m_mutex
 };
 
 #endif

@@ -18,6 +18,7 @@ int RunPublish(const COptions& options, COutput& output)
         return nOpened;
     }
     const CSignals signals;
+    signals.ForceWhenStuck();
     output.EndWithReader();
     CServeEvents events(log);
     CRefusingHost host(events);

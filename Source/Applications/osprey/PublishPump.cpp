@@ -111,6 +111,7 @@ bool CPublishPump::Pass(const CSignals& signals, const CPutPacket& fnPut, long l
     if (nReady > 0 && listPolled.front().revents != 0)
     {
         signals.Wait();
+        signals.ForceOnNext([] {});
         m_log.LeaveRows();
         return false;
     }

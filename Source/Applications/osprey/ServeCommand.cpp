@@ -28,6 +28,7 @@ int RunServe(const COptions& options, COutput& output)
         return nOpened;
     }
     const CSignals signals;
+    signals.ForceWhenStuck();
     output.EndWithReader();
     CServeEvents events(log);
     CServeTransfers transfers(events, map.Root());

@@ -1,16 +1,23 @@
 #include "Signals.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <mutex>
 #include <system_error>
 #include <thread>
 
 namespace
 {
+
+const std::chrono::milliseconds STUCK_LOOK(100);
+const int STUCK_LOOKS = 20;
 
 bool IsIgnored(int nSignal)
 {
@@ -42,12 +49,26 @@ void WaitForSignal()
     }
 }
 
+// Until a signal has waited on the descriptor for longer than whoever takes it should need.
+void WaitUntilStuck(int nDescriptor)
+{
+    int nLooks = 0;
+    while (nLooks < STUCK_LOOKS)
+    {
+        pollfd polled{nDescriptor, POLLIN, 0};
+        poll(&polled, 1, -1);
+        std::this_thread::sleep_for(STUCK_LOOK);
+        nLooks = poll(&polled, 1, 0) > 0 ? nLooks + 1 : 0;
+    }
+}
+
 }  // namespace
 
 struct CSignals::CForcedEnd
 {
     std::mutex m_mutex;  // held until the process has ended
     std::function<void()> m_fnClean;
+    std::atomic<bool> m_bArmed{false};
 };
 
 CSignals::CSignals() : m_pForcedEnd(std::make_shared<CForcedEnd>())
@@ -89,9 +110,39 @@ void CSignals::Wait() const
     }
 }
 
+void CSignals::ForceWhenStuck() const
+{
+    const int nDescriptor = fcntl(m_nDescriptor, F_DUPFD_CLOEXEC, 3);
+    if (nDescriptor < 0)
+    {
+        return;
+    }
+    try
+    {
+        std::thread(
+            [nDescriptor]
+            {
+                WaitUntilStuck(nDescriptor);
+                _exit(EXIT_INTERRUPTED);
+            })
+            .detach();
+    }
+    catch (const std::system_error&)
+    {
+        close(nDescriptor);
+    }
+}
+
 void CSignals::ForceOnNext(const std::function<void()>& fnClean) const
 {
-    m_pForcedEnd->m_fnClean = fnClean;
+    {
+        const std::lock_guard<std::mutex> lock(m_pForcedEnd->m_mutex);
+        m_pForcedEnd->m_fnClean = fnClean;
+    }
+    if (m_pForcedEnd->m_bArmed.exchange(true))
+    {
+        return;
+    }
     try
     {
         std::thread(

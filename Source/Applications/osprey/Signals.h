@@ -23,9 +23,14 @@ public:
     // Waits for the next signal and takes it.
     void Wait() const;
 
+    // From now on a signal that nobody has taken within 2 seconds ends the process, with exit code
+    // 130: for a main thread that may get stuck, in an output that takes nothing, say.
+    void ForceWhenStuck() const;
+
     // From now on the next signal ends the process at once, with exit code 130; fnClean runs
-    // before, on a thread of its own, and must be quick. Once this object is gone, it runs no more:
-    // what it needs must live as long. Nobody reads the descriptor any more.
+    // before, on a thread of its own, and must be quick; a later call replaces it. Once this object
+    // is gone, it runs no more: what it needs must live as long. Nobody reads the descriptor any
+    // more.
     void ForceOnNext(const std::function<void()>& fnClean) const;
 
 private:

@@ -59,6 +59,7 @@ int CSubscribeRun::Execute()
         return nOpened;
     }
     const CSignals signals;
+    signals.ForceWhenStuck();
     for (const auto& pSink : m_listSinks)
     {
         pSink->Start();
@@ -140,6 +141,7 @@ void CSubscribeRun::WaitForEnd(const CSignals& signals, CSubscribeLog& log)
         if (nReady > 0 && sources[0].revents != 0)
         {
             signals.Wait();
+            signals.ForceOnNext([] {});
             log.LeaveRows();
             return;
         }
