@@ -43,8 +43,11 @@ int main(int argc, char** argv)
     CHost host;
     IWXSPChannelClient* pClient = CreateWXSPChannelClient(&host, 0);
     unsigned int dwChannel = 1;
-    pClient->Connect(0, ntohl(address.s_addr), static_cast<unsigned short>(atoi(argv[2])), 5000, 1,
-                     &dwChannel);
+    if (!pClient->Connect(0, ntohl(address.s_addr), static_cast<unsigned short>(atoi(argv[2])),
+                          5000, 1, &dwChannel))
+    {
+        puts("The first attempt failed at once.");
+    }
     getchar();
     pClient->Release();
     return 0;

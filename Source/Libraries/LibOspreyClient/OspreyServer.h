@@ -152,9 +152,12 @@ public:
     // Stores a packet for everybody who reads dwChannel: dwSize bytes at pData, 0 to 1,500, copied.
     // Any thread, any number of them; never waits for a reader.
     //
-    // 0: stored. A channel keeps its newest 2,048 packets: the oldest goes, whoever has not read
-    // it. 4: not stored: too large, null with a size, or out of memory. 5: not stored: nobody has
-    // opened this channel, or Startup was never called.
+    //   0  stored; a channel keeps its newest 2,048 packets: the oldest goes, whoever needs it
+    //   4  not stored: too large, null with a size, or out of memory
+    //   5  not stored: nobody has opened this channel, or Startup was never called
+    //
+    // A server holds 4,096 channels. A peer can fill it up with channels that it leaves behind, and
+    // further ones are then never opened (5) until the server starts again.
     //
     // Each connection looks for new packets when it has written all that it took before, or else
     // every 100 to 200 ms, and takes one of each of its channels in turn. A new reader begins with

@@ -32,10 +32,10 @@ private:
 // The server's core: accepts connections, keeps the list of their streams, and stands between them
 // and the host.
 //
-// Ownership: owns the listener, every listed stream and the packet store; borrows engine and host
-// callback. Thread:    the worker; before the worker runs and after it was joined, the host's. Any
-// thread:
-//            TerminateTask, EndAllAndWait and GetStreamCount.
+// Ownership: owns the listener, every listed stream and the packet store; borrows the engine and
+//            the host's callback.
+// Thread:    the worker; before the worker runs and after it was joined, the host's. Any thread:
+//            TerminateTask, EndAllAndWait, GetStreamCount and GetChannelPacketServer.
 // Lifetime:  Create, then Destroy when no stream is listed; then Create again.
 class COspreyServer
 {
