@@ -262,18 +262,18 @@ void CWXSPChannelClientImpl::OnDataSent(CTCPStreamBuffer* pBuffer)
     }
 }
 
-bool CWXSPChannelClientImpl::SendOpenChannels()
+void CWXSPChannelClientImpl::SendOpenChannels()
 {
     const size_t nListSize = m_dwNumChannels * sizeof(m_dwChannels[0]);
     CRequestPtr pRequest = CreateRequest(OCHS, sizeof(_WXS_OPEN_CHANNELS) + nListSize);
     if (pRequest == nullptr)
     {
-        return false;
+        return;
     }
     auto* pRecord = GetRecord<_WXS_OPEN_CHANNELS>(GetPacket(pRequest));
     pRecord->dwNumChannels = m_dwNumChannels;
     memcpy(pRecord + 1, m_dwChannels, nListSize);
-    return SendRequest(m_buffersOut, m_stream, std::move(pRequest));
+    SendRequest(m_buffersOut, m_stream, std::move(pRequest));
 }
 
 void CWXSPChannelClientImpl::SendKeepAlive()

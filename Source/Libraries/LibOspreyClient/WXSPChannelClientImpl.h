@@ -64,7 +64,7 @@ private:
     void CloseConnection();
     void DropTimers();
     void ScheduleReconnect();
-    bool SendOpenChannels();
+    void SendOpenChannels();
     void SendKeepAlive();
     void ProcessChannelPacket(PWXS_PACKET pPacket);
     void ReleaseInsideCallback();
