@@ -107,6 +107,21 @@ TEST_F(ChannelRequests, SecondRequestServesItsOwnListAtOnce)
     EXPECT_EQ(GetPosition(1, peer), 0U) << "not read any more";
 }
 
+// Whoever puts has been told that there is a reader: what was put is the reader's, even while the
+// connection is still busy with an earlier batch.
+TEST_F(ChannelRequests, EveryPacketSinceTheRequestIsSentThoughTheConnectionIsBusy)
+{
+    CPeer peer = Open({1});
+    PutNumbers({1}, 2);
+    CSendGate gate(peer);
+    Pass(101);
+    Deliver(peer, Wire::Ochs({2}));
+    PutNumbers({2}, 3);
+    gate.m_nAllowed = 100;
+    Deliver(peer, Wire::Keep());
+    EXPECT_EQ(Receive(peer, 5), "1.0 1.1 2.0 2.1 2.2");
+}
+
 TEST_F(ChannelRequests, OnlyTheChannelsOfTheSecondRequestAreRemovedAtTheEnd)
 {
     CPeer peer = Open({1, 2});

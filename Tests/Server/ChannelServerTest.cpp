@@ -147,6 +147,26 @@ TEST_F(ChannelServer, NextRunBeginsWithoutChannels)
     EXPECT_EQ(Receive(again), "new");
 }
 
+// A host that starts when its first put is taken loses nothing on the reader that let it in.
+TEST_F(ChannelServer, FirstPutThatIsStoredIsTheFirstPacketOfTheNewReader)
+{
+    Start();
+    for (unsigned int dwChannel = 1; dwChannel <= 200; ++dwChannel)
+    {
+        CRawSocket peer = Connect();
+        peer.Send(Wire::Ochs({dwChannel}));
+        while (Put(dwChannel, "0") == NO_READER)
+        {
+        }
+        EXPECT_EQ(Put(dwChannel, "1"), 0U);
+        EXPECT_EQ(Put(dwChannel, "2"), 0U);
+        for (const char* pszExpected : {"0", "1", "2"})
+        {
+            ASSERT_EQ(Receive(peer), pszExpected);
+        }
+    }
+}
+
 TEST_F(ChannelServer, ChannelsAndFilesAreServedSideBySide)
 {
     Start();

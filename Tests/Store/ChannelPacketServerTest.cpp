@@ -34,6 +34,16 @@ protected:
     {
         return Take(m_store.GetChannelPacket(dwChannel, lTask, bLocal));
     }
+    // The next packets of a task, one behind the other.
+    std::string GetAll(unsigned int dwChannel, long lTask)
+    {
+        std::string strAll;
+        while (CChannelPacketItem* pItem = m_store.GetChannelPacket(dwChannel, lTask, 0))
+        {
+            strAll += Take(pItem);
+        }
+        return strAll;
+    }
     long long GetUsers(unsigned int dwChannel) const
     {
         const CChannelPacketBuffer* pBuffer = m_store.FindBuffer(dwChannel);
@@ -63,6 +73,38 @@ TEST_F(ChannelPacketServer, ChannelLivesUntilItsLastUserIsRemoved)
     m_store.RemoveChannel(7, 1);
     EXPECT_EQ(m_store.FindBuffer(7), nullptr);
     EXPECT_EQ(Put(7, "b"), 5U);
+}
+
+TEST_F(ChannelPacketServer, TaskThatIsAddedGetsEveryPacketPutSince)
+{
+    EXPECT_TRUE(m_store.AddChannel(7, 1, 0));
+    EXPECT_EQ(Put(7, "a"), 0U);
+    EXPECT_EQ(Put(7, "b"), 0U);
+    EXPECT_TRUE(m_store.AddChannel(7, 2, 0));
+    EXPECT_EQ(Put(7, "c"), 0U);
+    EXPECT_EQ(GetAll(7, 1), "abc");
+    EXPECT_EQ(GetAll(7, 2), "bc") << "the newest of its time first";
+    EXPECT_EQ(GetUsers(7), 2);
+}
+
+TEST_F(ChannelPacketServer, TaskThatIsAddedAgainKeepsItsPosition)
+{
+    m_store.AddChannel(7, 1, 0);
+    Put(7, "a");
+    Put(7, "b");
+    EXPECT_EQ(Get(7, 1), "a");
+    EXPECT_TRUE(m_store.AddChannel(7, 1, 0));
+    Put(7, "c");
+    EXPECT_EQ(GetAll(7, 1), "bc");
+}
+
+TEST_F(ChannelPacketServer, LocalTaskIsLeftOutOfTheUsageBeforeItsFirstPacket)
+{
+    m_store.AddChannel(7, 1, 1);
+    Put(7, "a");
+    EXPECT_EQ(m_store.GetMaxBufferUsage(), 0.0F);
+    m_store.AddChannel(7, 2, 0);
+    EXPECT_EQ(m_store.GetMaxBufferUsage(), 100.0F);
 }
 
 TEST_F(ChannelPacketServer, PutOnAChannelThatNobodyAddedGives5)
@@ -261,12 +303,14 @@ TEST_F(ChannelPacketServer, AddingWritesADebugRecord)
 {
     const CDebugRecords records;
     m_store.AddChannel(7);
-    m_store.AddChannel(4294967295U);
+    m_store.AddChannel(4294967295U, 1, 0);
     EXPECT_EQ(records.GetTexts(),
               (std::vector<std::string>{"AddChannel = 7", "AddChannel = 4294967295"}));
-    const CDebugRecords::CRecord record = records.Get()[0];
-    EXPECT_EQ(record.m_strFunction, "Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32)");
-    EXPECT_EQ(record.m_strFile, "Source/Libraries/LibOspreyClient/ChannelPacketServer.cpp");
+    for (const CDebugRecords::CRecord& record : records.Get())
+    {
+        EXPECT_EQ(record.m_strFunction, "Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32)");
+        EXPECT_EQ(record.m_strFile, "Source/Libraries/LibOspreyClient/ChannelPacketServer.cpp");
+    }
 }
 
 TEST_F(ChannelPacketServer, RefusedAddWritesItsRecordToo)
@@ -289,7 +333,7 @@ TEST_F(ChannelPacketServer, DebugRecordIsWrittenOutsideTheLock)
         put = std::async(std::launch::async, [&] { return Put(7, "a"); });
         status = put.wait_for(std::chrono::milliseconds(WAIT_MS));
     };
-    m_store.AddChannel(7);
+    m_store.AddChannel(7, 1, 0);
     EXPECT_EQ(status, std::future_status::ready) << "another thread's put waits for the record";
     EXPECT_EQ(put.get(), 0U);
 }

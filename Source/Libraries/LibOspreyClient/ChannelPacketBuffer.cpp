@@ -195,6 +195,22 @@ CChannelPacketItem* CChannelPacketBuffer::GetPacket(long lTask, int bLocal)
     return GetNextPacket(pdwPosition);
 }
 
+void CChannelPacketBuffer::AddTask(long lTask, int bLocal)
+{
+    const CAutoSectionLock lock(m_csData);
+    bool bNew = false;
+    unsigned int* pdwPosition = FindPosition(lTask, bNew);
+    if (pdwPosition == nullptr || !bNew)
+    {
+        return;
+    }
+    *pdwPosition = m_dwCount == 0 ? m_dwFirstSequence : m_dwFirstSequence + m_dwCount - 1;
+    if (bLocal != 0)
+    {
+        m_lLocalTask = lTask;
+    }
+}
+
 void CChannelPacketBuffer::RemoveTask(long lTask)
 {
     const CAutoSectionLock lock(m_csData);

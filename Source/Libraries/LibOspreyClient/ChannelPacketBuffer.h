@@ -53,6 +53,10 @@ public:
     // then on the one that the usage leaves out.
     CChannelPacketItem* GetPacket(long lTask, int bLocal);
 
+    // Makes a task known before it asks for its first packet: it begins with the packet that is the
+    // newest now, and misses none that is put from now on. Nothing for a known task, or without
+    // memory.
+    void AddTask(long lTask, int bLocal);
     // Forgets the position of a task.
     void RemoveTask(long lTask);
 

@@ -21,21 +21,50 @@ CChannelPacketServer::~CChannelPacketServer()
     RemoveAll();
 }
 
+// One name for every kind of adding: what reads these records expects it.
+void CChannelPacketServer::WriteAddRecord(unsigned int dwChannel)
+{
+    if (DebugRecordsEnabled())
+    {
+        CDebugText text;
+        text << "AddChannel = " << dwChannel;
+        WriteDebugRecord(text, __FILE__, __LINE__,
+                         "Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32)");
+    }
+}
+
 Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32 channel)
 {
-    OSPREY_DEBUG_RECORD("AddChannel = " << channel);
+    WriteAddRecord(channel);
     const CAutoSectionLock lock(m_cs);
-    CChannelPacketBuffer* pBuffer = FindBuffer(channel);
-    if (pBuffer == nullptr)
-    {
-        pBuffer = MakeBuffer(channel);
-    }
+    return AddUser(channel) != nullptr ? Orb_TRUE : Orb_FALSE;
+}
+
+Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32 channel, long lTask, int bLocal)
+{
+    WriteAddRecord(channel);
+    const CAutoSectionLock lock(m_cs);
+    CChannelPacketBuffer* pBuffer = AddUser(channel);
     if (pBuffer == nullptr)
     {
         return Orb_FALSE;
     }
-    pBuffer->AddRef();
+    pBuffer->AddTask(lTask, bLocal);
     return Orb_TRUE;
+}
+
+CChannelPacketBuffer* CChannelPacketServer::AddUser(unsigned int dwChannel)
+{
+    CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel);
+    if (pBuffer == nullptr)
+    {
+        pBuffer = MakeBuffer(dwChannel);
+    }
+    if (pBuffer != nullptr)
+    {
+        pBuffer->AddRef();
+    }
+    return pBuffer;
 }
 
 CChannelPacketBuffer* CChannelPacketServer::FindBuffer(unsigned int dwChannel) const

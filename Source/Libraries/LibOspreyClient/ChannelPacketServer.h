@@ -26,6 +26,9 @@ public:
     // One more user of the channel. False, and nothing is registered, without memory, or when the
     // store is full.
     Orb_BOOL AddChannel(Orb_U32 channel);
+    // The same for a task that has yet to ask for its first packet. It gets every packet that is
+    // put from now on: a put that this user lets succeed is not lost on it.
+    Orb_BOOL AddChannel(Orb_U32 channel, long lTask, int bLocal);
     // One user less; also forgets the task's position. The buffer goes with its last user. Unknown
     // channels are ignored.
     void RemoveChannel(unsigned int dwChannel, long lTask);
@@ -43,6 +46,8 @@ public:
     float GetMaxBufferUsage();
 
 protected:
+    static void WriteAddRecord(unsigned int dwChannel);
+    CChannelPacketBuffer* AddUser(unsigned int dwChannel);
     CChannelPacketBuffer* FindBuffer(unsigned int dwChannel) const;
     CChannelPacketBuffer* MakeBuffer(unsigned int dwChannel);
 

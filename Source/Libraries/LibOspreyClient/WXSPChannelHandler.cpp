@@ -64,9 +64,11 @@ Orb_BOOL CWXSPChannelHandler::ProcessOpenChannelRequest(PWXS_PACKET pPacket)
     }
     m_dwNumChannels = pRecord->dwNumChannels;
     memcpy(m_dwChannels, pRecord + 1, m_dwNumChannels * sizeof(m_dwChannels[0]));
+    const int bLocal = IsPeerLocal();
     for (unsigned int i = 0; i < m_dwNumChannels; ++i)
     {
-        m_bAdded[i] = m_pChannelPacketServer->AddChannel(m_dwChannels[i]) != Orb_FALSE;
+        m_bAdded[i] =
+            m_pChannelPacketServer->AddChannel(m_dwChannels[i], GetTask(), bLocal) != Orb_FALSE;
     }
     SendChannelPackets();
     return Orb_TRUE;
