@@ -11,6 +11,7 @@
 #include "LoopFixture.h"
 #include "RawSocket.h"
 #include "SystemCalls.h"
+#include "TestClock.h"
 
 namespace
 {
@@ -271,6 +272,77 @@ TEST_F(TCPListener, WithoutDescriptorsNewcomersAreClosedInsteadOfSpunOn)
     ASSERT_TRUE(late.Connect(m_listener.GetPort()));
     RunUntil("a connection after that", [&] { return m_listener.m_accepted.size() == 1; });
 }
+
+// Every accept fails, the one that would turn a newcomer away too: other threads of the process may
+// be quicker to take the descriptor that was kept for it.
+class CListenerShortageTest : public CListenerTest, public ::testing::WithParamInterface<int>
+{
+protected:
+    CListenerShortageTest()
+    {
+        EXPECT_TRUE(m_listener.Open());
+        EXPECT_TRUE(m_peer.Connect(m_listener.GetPort()));
+    }
+    // How often the listener has tried in so many passes.
+    size_t CountTries(int nPasses)
+    {
+        m_listener.m_errors.clear();
+        RunPasses(nPasses);
+        return m_listener.m_errors.size();
+    }
+
+    CTestClock m_clock;
+    CRawSocket m_peer;
+    const int m_nError = GetParam();
+};
+using TCPListenerShortage = CListenerShortageTest;
+
+TEST_P(TCPListenerShortage, IsLookedAtEvery100msAndOverOnceAcceptWorks)
+{
+    {
+        const CReplacedCall none(g_callAccept4,
+                                 [&](int, sockaddr*, socklen_t*, int)
+                                 {
+                                     errno = m_nError;
+                                     return -1;
+                                 });
+        EXPECT_EQ(CountTries(20), 1U);
+        EXPECT_EQ(m_listener.m_errors, (std::vector<int>{m_nError}));
+        m_clock.Advance(100);
+        EXPECT_EQ(CountTries(20), 0U);
+        m_clock.Advance(1);
+        EXPECT_EQ(CountTries(20), 1U);
+        m_clock.Advance(101);
+        EXPECT_EQ(CountTries(20), 1U);
+    }
+    EXPECT_TRUE(m_listener.m_accepted.empty());
+    m_clock.Advance(101);
+    RunUntil("the connection that waited", [&] { return m_listener.m_accepted.size() == 1; });
+    EXPECT_EQ(m_engine.CalcNextTimeout(), -1) << "no timer is left";
+}
+
+TEST_P(TCPListenerShortage, EndsWithTheListener)
+{
+    {
+        const CReplacedCall none(g_callAccept4,
+                                 [&](int, sockaddr*, socklen_t*, int)
+                                 {
+                                     errno = m_nError;
+                                     return -1;
+                                 });
+        EXPECT_EQ(CountTries(2), 1U);
+    }
+    EXPECT_TRUE(m_listener.InitiateDestroy());
+    m_clock.Advance(101);
+    RunPasses(2);
+    EXPECT_EQ(m_listener.m_nDestroyed, 1);
+    EXPECT_EQ(m_engine.CalcNextTimeout(), -1);
+    EXPECT_EQ(m_engine.m_nIOHandlers, 0);
+    EXPECT_TRUE(m_listener.Open()) << "and it can listen again";
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, TCPListenerShortage,
+                         ::testing::Values(EMFILE, ENFILE, ENOBUFS, ENOMEM));
 
 TEST_F(TCPListener, DestroyClosesTheSpareDescriptorToo)
 {

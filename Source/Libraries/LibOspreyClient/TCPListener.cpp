@@ -7,9 +7,26 @@
 
 #include "OspreyAssert.h"
 
-CTCPListener::CTCPListener(CIOEngine* pEngine)
-    : m_pEngine(pEngine), m_handlerDestroy(this, &CTCPListener::InternalProcessDestroied)
+namespace
 {
+
+const unsigned int PAUSE_MS = 100;
+
+// accept(2): the connection stays in the queue.
+bool IsShortage(int nError)
+{
+    return nError == EMFILE || nError == ENFILE || nError == ENOBUFS || nError == ENOMEM;
+}
+
+}  // namespace
+
+CTCPListener::CTCPListener(CIOEngine* pEngine)
+    : m_pEngine(pEngine),
+      m_handlerDestroy(this, &CTCPListener::InternalProcessDestroied),
+      m_timerPause(this, &CTCPListener::ProcessPauseTimeout)
+{
+    m_timerPause.m_bPeriodic = true;
+    m_timerPause.m_dwInterval = PAUSE_MS;
 }
 
 CTCPListener::~CTCPListener()
@@ -50,6 +67,7 @@ bool CTCPListener::InitiateDestroy()
 
 void CTCPListener::Destroy()
 {
+    m_pEngine->RemoveTimerHandler(&m_timerPause);
     if (m_sock.IsValid())
     {
         m_pEngine->RemoveIOHandler(m_sock.m_hSocket, EPOLLIN, this);
@@ -77,14 +95,15 @@ void CTCPListener::ProcessInput()
         return;
     }
     const int nError = errno;
-    if (nError == EMFILE || nError == ENFILE)
+    if (IsShortage(nError) && !TurnAwayNewcomer())
     {
-        TurnAwayNewcomer();
+        Pause();
     }
     ProcessError(nError);
 }
 
-void CTCPListener::TurnAwayNewcomer()
+// False when the newcomer is still there.
+bool CTCPListener::TurnAwayNewcomer()
 {
     if (m_hSpare >= 0)
     {
@@ -95,7 +114,25 @@ void CTCPListener::TurnAwayNewcomer()
     {
         close(s);
     }
+    const bool bStillThere = s < 0 && IsShortage(errno);
     m_hSpare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return !bStillThere;
+}
+
+void CTCPListener::Pause()
+{
+    if (m_pEngine->AddTimerHandler(&m_timerPause))
+    {
+        m_pEngine->RemoveIOHandler(m_sock.m_hSocket, EPOLLIN, this);
+    }
+}
+
+void CTCPListener::ProcessPauseTimeout(void* /*pParam*/)
+{
+    if (m_bPendingDestroy || m_pEngine->AddIOHandler(m_sock.m_hSocket, EPOLLIN, this))
+    {
+        m_pEngine->RemoveTimerHandler(&m_timerPause);
+    }
 }
 
 void CTCPListener::ProcessClientConnect(int s, const CSocketAddress& /*addrRemote*/)

@@ -8,7 +8,9 @@
 #include "Socket.h"
 
 // A listening TCP socket that accepts one connection an event: it is registered level-triggered, so
-// that further ones raise the next event.
+// that further ones raise the next event. When the system has no descriptor or memory for a
+// newcomer, and none could be turned away either, it looks again 100 ms later: the newcomer stays
+// in the queue, and its event would come at once, again and again.
 //
 // Ownership: owns its socket and one spare descriptor, kept so that a process without descriptors
 //            can still take a newcomer off the queue and close it instead of spinning on it.
@@ -50,9 +52,12 @@ protected:
 
 private:
     void InternalProcessDestroied(void*);
-    void TurnAwayNewcomer();
+    bool TurnAwayNewcomer();
+    void Pause();
+    void ProcessPauseTimeout(void*);
 
     int m_hSpare = -1;
+    CMethodCallbackHandler<CTCPListener, CTimerHandler> m_timerPause;  // armed: not registered
 };
 
 #endif
