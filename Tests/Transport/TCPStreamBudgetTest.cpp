@@ -1,4 +1,4 @@
-// A stream moves at most 64 buffers or 4 MiB a call, then everybody else has a turn.
+// A stream moves at most 64 buffers or 256 KiB a call, then everybody else has a turn.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@
 namespace
 {
 
-const int MIB = 1024 * 1024;
+const int BLOCK = 64 * 1024;
 
 class CBudgetTest : public CLoopTest
 {
@@ -79,9 +79,9 @@ TEST_F(TCPStreamBudget, SendsAtMost64BuffersAPass)
     }
 }
 
-TEST_F(TCPStreamBudget, SendsAtMostFourMebibytesAPass)
+TEST_F(TCPStreamBudget, SendsAtMost256KiBAPass)
 {
-    Queue(10, MIB);
+    Queue(10, BLOCK);
     const CReplacedCall swallow(
         g_callSend, [](int, const void*, size_t n, int) { return static_cast<ssize_t>(n); });
     EXPECT_EQ(CountAtEachWait(10, [&] { return m_stream.m_sent.size(); }),
@@ -90,9 +90,9 @@ TEST_F(TCPStreamBudget, SendsAtMostFourMebibytesAPass)
 
 TEST_F(TCPStreamBudget, OneHugeBufferIsBudgetedToo)
 {
-    Queue(1, 12L * MIB);
+    Queue(1, 12L * BLOCK);
     const CReplacedCall swallow(g_callSend, [](int, const void*, size_t n, int)
-                                { return static_cast<ssize_t>(n < MIB ? n : MIB); });
+                                { return static_cast<ssize_t>(n < BLOCK ? n : BLOCK); });
     EXPECT_EQ(CountAtEachWait(1, [&] { return m_stream.m_sent.size(); }),
               (std::vector<size_t>{0, 0}));
 }
@@ -116,9 +116,9 @@ TEST_F(TCPStreamBudget, ReceivesAtMost64BuffersAPass)
     m_stream.Destroy();
 }
 
-TEST_F(TCPStreamBudget, ReceivesAtMostFourMebibytesAPass)
+TEST_F(TCPStreamBudget, ReceivesAtMost256KiBAPass)
 {
-    CTextBuffer buffer(MIB);
+    CTextBuffer buffer(BLOCK);
     m_stream.m_fnOnCall = [&](const std::string&)
     {
         buffer.Empty();

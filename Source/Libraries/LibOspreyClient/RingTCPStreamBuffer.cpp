@@ -1,8 +1,9 @@
 #include "RingTCPStreamBuffer.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -18,6 +19,20 @@ void Copy(byte* pDst, const byte* pSrc, int nSize)
     }
 }
 
+size_t GetStorageSize(int nSize)
+{
+    return 2 * static_cast<size_t>(std::max(nSize, 1));
+}
+
+// Not from the heap: what a ring has once used would stay there for good, ring beside ring. See
+// mmap(2).
+byte* MapStorage(int nSize)
+{
+    void* pStorage = mmap(nullptr, GetStorageSize(nSize), PROT_READ | PROT_WRITE,
+                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return pStorage != MAP_FAILED ? static_cast<byte*>(pStorage) : nullptr;
+}
+
 }  // namespace
 
 CRingTCPStreamBuffer::~CRingTCPStreamBuffer()
@@ -31,7 +46,7 @@ bool CRingTCPStreamBuffer::Create(int nSize)
     {
         return false;
     }
-    m_pBuffer = static_cast<byte*>(malloc(2 * static_cast<size_t>(nSize)));
+    m_pBuffer = MapStorage(nSize);
     if (m_pBuffer == nullptr)
     {
         return false;
@@ -42,8 +57,11 @@ bool CRingTCPStreamBuffer::Create(int nSize)
 
 void CRingTCPStreamBuffer::Destroy()
 {
-    free(m_pBuffer);
-    m_pBuffer = nullptr;
+    if (m_pBuffer != nullptr)
+    {
+        munmap(m_pBuffer, GetStorageSize(m_nBufferSize));
+        m_pBuffer = nullptr;
+    }
     m_nBufferSize = 0;
     Clear();
 }

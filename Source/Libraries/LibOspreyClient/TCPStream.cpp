@@ -12,7 +12,7 @@ const int STREAM_EVENTS = EPOLLIN | EPOLLOUT | static_cast<int>(EPOLLET);
 
 // What one call of DoSend or DoReceive may move before everybody else has a turn.
 const int PASS_BUFFERS = 64;
-const long long PASS_BYTES = 4LL * 1024 * 1024;
+const long long PASS_BYTES = 256LL * 1024;
 
 }  // namespace
 

@@ -1,0 +1,104 @@
+// A server whose process has no descriptor left.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Crowd.h"
+#include "StressProcess.h"
+#include "TempFolder.h"
+#include "WireRecords.h"
+
+namespace
+{
+
+const int DESCRIPTORS = 40;
+
+std::string DirectoryRequest(int nID)
+{
+    return Wire::Cdir(static_cast<uint32_t>(nID), u"here");
+}
+
+class CDescriptorsTest : public ::testing::Test
+{
+protected:
+    CRawSocket Browse()
+    {
+        CRawSocket peer;
+        EXPECT_TRUE(peer.Connect(m_server.GetPort()));
+        peer.Send(Wire::Brow());
+        return peer;
+    }
+    static void ExpectServed(CRawSocket& peer)
+    {
+        peer.Send(DirectoryRequest(7));
+        EXPECT_EQ(Wire::WithoutVersion(peer.ReceivePacket()),
+                  Wire::WithoutVersion(Wire::Result("CDRT", 7, 0)));
+    }
+    // Newcomers keep coming for a while; returns the share of a processor that the server takes.
+    double MeasureRefusing()
+    {
+        const int nSeconds = IsFullStress() ? 10 : 2;
+        const long nBeforeMs = m_server.GetProcessorMs();
+        for (int i = 0; i < nSeconds * 10; ++i)
+        {
+            CRawSocket newcomer;
+            EXPECT_TRUE(newcomer.Connect(m_server.GetPort()));
+            m_waiting.push_back(std::move(newcomer));
+            // Not a wait for something: the time over which the processor is measured.
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return static_cast<double>(m_server.GetProcessorMs() - nBeforeMs) / (nSeconds * 1000.0);
+    }
+
+    CTempFolder m_folder;
+    CStressServer m_server{m_folder.GetPath(), DESCRIPTORS};
+    std::vector<CRawSocket> m_waiting;
+};
+using NoDescriptors = CDescriptorsTest;
+
+TEST_F(NoDescriptors, NewcomersAreTurnedAwayAndThoseWhoAreThereAreServed)
+{
+    std::vector<CRawSocket> peers;
+    while (m_server.GetDescriptors(DESCRIPTORS) < DESCRIPTORS)
+    {
+        peers.push_back(Browse());
+        ExpectServed(peers.back());
+    }
+    const double dShare = MeasureRefusing();
+    printf("descriptors: all taken by connections, %.1f %% of a processor\n", dShare * 100);
+    EXPECT_LT(dShare, 0.05);
+    for (CRawSocket& newcomer : m_waiting)
+    {
+        EXPECT_TRUE(newcomer.IsClosedByPeer());
+    }
+    for (CRawSocket& peer : peers)
+    {
+        ExpectServed(peer);
+    }
+    peers.pop_back();
+    peers.pop_back();
+    CRawSocket late = Browse();
+    ExpectServed(late);
+}
+
+// Even the one that is kept for turning newcomers away goes to another thread of the process.
+TEST_F(NoDescriptors, NewcomersWaitWhileTheHostTakesEveryDescriptor)
+{
+    CRawSocket peer = Browse();
+    ExpectServed(peer);
+    EXPECT_EQ(m_server.Obey("hoard"), "done");
+    const double dShare = MeasureRefusing();
+    printf("descriptors: all taken by the host, %.1f %% of a processor\n", dShare * 100);
+    EXPECT_LT(dShare, 0.05);
+    ExpectServed(peer);
+    EXPECT_EQ(m_server.Obey("release"), "done");
+    CRawSocket late = Browse();
+    ExpectServed(late);
+}
+
+}  // namespace
