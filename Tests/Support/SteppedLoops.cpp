@@ -15,8 +15,9 @@ const int SHORT_WAIT_MS = 2;
 
 }  // namespace
 
-CSteppedLoops::CSteppedLoops()
-    : m_polling(g_callEpollWait,
+CSteppedLoops::CSteppedLoops(long long llWallMs)
+    : m_clock(llWallMs),
+      m_polling(g_callEpollWait,
                 [this](int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs)
                 { return Poll(hEpoll, pEvents, nMaxEvents, nTimeoutMs); })
 {
@@ -68,5 +69,12 @@ void CSteppedLoops::Advance(long long llMilliseconds)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_clock.Advance(llMilliseconds);
+    m_sleeps.clear();
+}
+
+void CSteppedLoops::StepWall(long long llMilliseconds)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_clock.StepWall(llMilliseconds);
     m_sleeps.clear();
 }

@@ -19,7 +19,8 @@
 class CSteppedLoops
 {
 public:
-    CSteppedLoops();
+    // The wall clock's start, in milliseconds since 1970.
+    explicit CSteppedLoops(long long llWallMs = 1623006586000LL);
     CSteppedLoops(const CSteppedLoops&) = delete;
     CSteppedLoops& operator=(const CSteppedLoops&) = delete;
 
@@ -27,6 +28,8 @@ public:
     // without end. Fails the test at the deadline.
     bool WaitForSleep(int nTimeoutMs);
     void Advance(long long llMilliseconds);
+    // Somebody sets the wall clock.
+    void StepWall(long long llMilliseconds);
 
 private:
     int Poll(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs);
