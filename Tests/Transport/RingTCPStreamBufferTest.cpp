@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <fstream>
 
 #include "OpenRing.h"
 
@@ -191,6 +192,33 @@ TEST_F(RingTCPStreamBuffer, GrowKeepsWrappedData)
     EXPECT_EQ(m_ring.Peek(), "ghIJK");
     EXPECT_TRUE(m_ring.Write("123456789012345"));
     EXPECT_EQ(m_ring.Peek(), "ghIJK123456789012345");
+}
+
+// Address space of the process, in pages: the first field of statm, proc(5).
+long GetMappedPages()
+{
+    long nPages = 0;
+    std::ifstream("/proc/self/statm") >> nPages;
+    return nPages;
+}
+
+// Unmapping too little leaks; too much takes somebody else's memory away.
+TEST(RingStorage, GrowAndDestroyGiveBackExactlyWhatTheyTook)
+{
+    const int SIZE = 1 << 20;
+    const long nBefore = GetMappedPages();
+    for (int i = 0; i < 20; ++i)
+    {
+        COpenRing above(SIZE);
+        COpenRing ring(SIZE);
+        EXPECT_TRUE(ring.Write("abc"));
+        EXPECT_TRUE(ring.Grow(4 * SIZE));
+        EXPECT_TRUE(above.Write("here"));
+        EXPECT_EQ(above.Peek(), "here");
+        EXPECT_TRUE(ring.Grow(3));
+        EXPECT_EQ(ring.Peek(), "abc");
+    }
+    EXPECT_EQ(GetMappedPages(), nBefore);
 }
 
 TEST_F(RingTCPStreamBuffer, GrowToTheSizeOfTheDataLeavesItFull)

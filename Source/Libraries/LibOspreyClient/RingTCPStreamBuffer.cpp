@@ -81,7 +81,7 @@ bool CRingTCPStreamBuffer::Grow(int nSize)
     Copy(grown.m_pBuffer, GetData(0), m_nDataSize);
     grown.AppendData(m_nDataSize);
     std::swap(m_pBuffer, grown.m_pBuffer);
-    m_nBufferSize = grown.m_nBufferSize;
+    std::swap(m_nBufferSize, grown.m_nBufferSize);
     m_nReadPos = 0;
     m_nWritePos = grown.m_nWritePos;
     m_nMirrorSize = 0;
