@@ -16,9 +16,10 @@
 //
 // Every call into the host runs on the worker thread, and while it runs nothing else of this server
 // moves: answer promptly, and do not throw. A callback may call TerminateTask, PutChannelPacket,
-// GetChannelMaxBufferUsage and EndAllConnections (which then does not wait). Startup, Shutdown and
-// Release belong to a host thread, one of them at a time; called from a callback, Shutdown and
-// Release only ask the worker to end.
+// GetChannelMaxBufferUsage and EndAllConnections (which then does not wait). On other threads every
+// operation may be called at any time, Startup and Shutdown too: they wait for each other. Release
+// is the last call. From inside a callback Startup is refused, and Shutdown and Release only ask
+// the worker to end.
 
 #include <string>
 

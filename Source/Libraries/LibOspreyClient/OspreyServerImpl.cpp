@@ -20,6 +20,11 @@ COspreyServerImpl::~COspreyServerImpl() = default;
 
 Orb_BOOL COspreyServerImpl::Startup(unsigned int /*dwIP*/, unsigned short wPort)
 {
+    if (m_thread.IsCurrent())
+    {
+        return Orb_FALSE;
+    }
+    const CAutoSectionLock lock(m_csRun);
     // Connections of an earlier run belong to an engine that is gone: Release will insist on them.
     if (m_thread.IsStarted() || m_server.GetStreamCount() != 0)
     {
@@ -34,7 +39,7 @@ Orb_BOOL COspreyServerImpl::Startup(unsigned int /*dwIP*/, unsigned short wPort)
         return Orb_TRUE;
     }
     m_server.Destroy();
-    Shutdown();
+    ShutdownLocked();
     return Orb_FALSE;
 }
 
@@ -53,6 +58,12 @@ Orb_BOOL COspreyServerImpl::Shutdown()
         m_engine.StopLoop(1);
         return Orb_FALSE;
     }
+    const CAutoSectionLock lock(m_csRun);
+    return ShutdownLocked();
+}
+
+Orb_BOOL COspreyServerImpl::ShutdownLocked()
+{
     m_thread.Stop(m_engine, m_stopPipe);
     m_server.InitiateDestroy();
     m_server.CloseHostRequests();
@@ -108,8 +119,13 @@ Orb_BOOL COspreyServerImpl::EndAllConnections(unsigned int dwTimeoutMs)
             return bEnded ? Orb_TRUE : Orb_FALSE;
         }
     }
-    // The worker is gone, or a callback has asked it to end: it answers no more.
-    Shutdown();
+    // The worker is gone, or was asked to end: it answers no more.
+    const CAutoSectionLock lock(m_csRun);
+    if (m_thread.IsStarted() && !m_engine.IsStopping())
+    {
+        return Orb_TRUE;  // somebody has ended everything and started anew meanwhile
+    }
+    ShutdownLocked();
     m_server.EndAllNow();
     return Orb_TRUE;
 }

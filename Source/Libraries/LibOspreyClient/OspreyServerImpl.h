@@ -8,6 +8,9 @@
 #include "WorkerThread.h"
 
 // The exported server object: the engine, its worker thread and the core.
+//
+// Thread: any, but for Release. What starts the worker, joins it or works in its place does so one
+//         at a time.
 class COspreyServerImpl final : public IOspreyServer
 {
 public:
@@ -26,6 +29,9 @@ public:
 private:
     static void* ThreadProc(void* pThis);
 
+    Orb_BOOL ShutdownLocked();
+
+    CCriticalSection m_csRun;  // Startup, Shutdown and the end without a worker; never the worker
     CIOEngine m_engine;
     CWorkerThread m_thread;
     CStopLoopPipe m_stopPipe;
