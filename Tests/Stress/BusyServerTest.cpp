@@ -22,6 +22,8 @@ namespace
 
 const uint64_t FILE_SIZE = 4ULL << 30;
 const size_t BLOCK_SIZE = 32768;
+
+// The promise; on a machine that runs other tests beside this one, ten times as much.
 const double MAX_MS = 50;
 const int MAX_SHUTDOWN_MS = 500;
 
@@ -157,8 +159,8 @@ TEST(BusyServer, AnswersSmallRequestsAndEndsInTime)
         listMs.size(), listMs[listMs.size() / 2], d99, listMs.back(),
         static_cast<double>(ullDown) / 1e6 / nSeconds, static_cast<double>(ullUp) / 1e6 / nSeconds,
         nShutdownMs);
-    EXPECT_LT(d99, MAX_MS);
-    EXPECT_LT(nShutdownMs, MAX_SHUTDOWN_MS);
+    EXPECT_LT(d99, IsFullStress() ? MAX_MS : 10 * MAX_MS);
+    EXPECT_LT(nShutdownMs, IsFullStress() ? MAX_SHUTDOWN_MS : 10 * MAX_SHUTDOWN_MS);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -254,9 +255,25 @@ CSocketPair::CSocketPair()
     m_near = server.Accept();
 }
 
+// Not one of those that the system gives to whoever connects: such a port could be taken again
+// before anybody listens on it.
 unsigned short FreePort()
 {
-    return CRawServer().GetPort();
+    const unsigned int FIRST = 20000;
+    const unsigned int COUNT = 12000;
+    static std::atomic<unsigned int> dwTurn{static_cast<unsigned int>(getpid()) * 37};
+    for (unsigned int i = 0; i < COUNT; ++i)
+    {
+        const auto wPort = static_cast<unsigned short>(FIRST + dwTurn++ % COUNT);
+        const CRawSocket probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const sockaddr_in addr = LoopbackAddress(wPort, INADDR_ANY);
+        if (bind(probe.GetHandle(), Generic(addr), sizeof addr) == 0)
+        {
+            return wPort;
+        }
+    }
+    ADD_FAILURE() << "no port is free";
+    return 0;
 }
 
 unsigned short GetLocalPort(int hSocket)

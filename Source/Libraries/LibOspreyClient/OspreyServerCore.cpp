@@ -1,12 +1,22 @@
 #include "OspreyServerCore.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <new>
 
 #include "OspreyAssert.h"
 #include "OspreyServerStream.h"
+
+namespace
+{
+
+const int CROWD = 256;     // connections
+const int CROWD_PART = 8;  // of it one part is left when most have gone
+
+}  // namespace
 
 COspreyServerListener::COspreyServerListener(CIOEngine* pEngine) : CTCPListener(pEngine) {}
 
@@ -144,6 +154,27 @@ void COspreyServer::ListStream(COspreyServerStream* pStream)
 {
     const CAutoSectionLock lock(m_csStreams);
     m_listStreams.AddTail(pStream);
+    m_nMostStreams = std::max(m_nMostStreams, m_listStreams.GetSize());
+}
+
+void COspreyServer::UnlistStream(COspreyServerStream* pStream)
+{
+    const CAutoSectionLock lock(m_csStreams);
+    m_listStreams.Remove(pStream);
+}
+
+// When most of very many connections have gone, the pages that they leave empty in the heap go back
+// to the system; it would keep them for good. See malloc_trim(3).
+void COspreyServer::GiveBackHeapOfCrowd()
+{
+    if (m_nMostStreams < CROWD || m_listStreams.GetSize() > m_nMostStreams / CROWD_PART)
+    {
+        return;
+    }
+    m_nMostStreams = m_listStreams.GetSize();
+#ifdef __GLIBC__  // other allocators have no such call
+    malloc_trim(0);
+#endif
 }
 
 void COspreyServer::ProcessListenerError(int nError)
@@ -169,13 +200,11 @@ void COspreyServer::ProcessListenerDestroy()
 
 void COspreyServer::ProcessStreamDetached(COspreyServerStream* pStream)
 {
-    {
-        const CAutoSectionLock lock(m_csStreams);
-        m_listStreams.Remove(pStream);
-    }
+    UnlistStream(pStream);
     printf("COspreyServerStream %p ProcessStreamDetached m_listStreams.GetSize(): %d\n",
            static_cast<void*>(pStream), m_listStreams.GetSize());
     delete pStream;
+    GiveBackHeapOfCrowd();
     if (m_bDestroying && m_listStreams.GetSize() <= 0)
     {
         m_bDestroying = Orb_FALSE;

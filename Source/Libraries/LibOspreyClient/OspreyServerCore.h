@@ -107,9 +107,12 @@ private:
     void ProcessHostRequests(void*);
     COspreyServerStream* MakeStream();
     void ListStream(COspreyServerStream* pStream);
+    void UnlistStream(COspreyServerStream* pStream);
+    void GiveBackHeapOfCrowd();
     void DeleteStreams(CDLinkedList& list);
 
     CCriticalSection m_csStreams;  // guards m_listStreams: written by the worker, read by all
+    int m_nMostStreams = 0;        // listed at once since the heap was given back
     std::atomic<bool> m_bEndRequested{false};
     CCompletion m_ended;
     CMethodCallbackHandler<COspreyServer, CDeferredHandler> m_handlerHostRequests;
