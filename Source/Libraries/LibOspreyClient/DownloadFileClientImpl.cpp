@@ -131,7 +131,7 @@ Orb_BOOL CDownloadFileClientImpl::ProcessDownloadFileRetBlock(PWXS_PACKET pPacke
     }
     const size_t nSize = pPacket->dwDataSize - sizeof(_WXS_DOWN_FILE_BLOCK);
     const void* pData = GetRecord<_WXS_DOWN_FILE_BLOCK>(pPacket) + 1;
-    if (fwrite(pData, 1, nSize, m_pFile) < nSize)
+    if (WriteLocalFile(m_pFile, pData, nSize) < nSize)
     {
         StopLoop(CODE_WRITE_FAILED);
         return Orb_TRUE;

@@ -24,17 +24,49 @@ CFileTimers::CFileTimers(CIOEngine* pEngine, IFileTimerCallback* pCallback)
 
 CFileTimers::~CFileTimers()
 {
+    m_nReserved = 0;
     Clear();
+    while (CDLinkedListNode* pNode = m_listSpare.RemoveHead())
+    {
+        delete static_cast<CFileTimerHandler*>(pNode);
+    }
+}
+
+bool CFileTimers::Reserve(int nTimers)
+{
+    m_nReserved = nTimers;
+    while (m_listSpare.GetSize() < nTimers)
+    {
+        CFileTimerHandler* pTimer = new (std::nothrow) CFileTimerHandler(m_pCallback, 0);
+        if (pTimer == nullptr)
+        {
+            return false;
+        }
+        m_listSpare.AddTail(pTimer);
+    }
+    // The engine's heap keeps the room of its first timers.
+    CFileTimerHandler* pFirst = static_cast<CFileTimerHandler*>(m_listSpare.GetHead());
+    return m_pEngine->AddTimerHandler(pFirst) && m_pEngine->RemoveTimerHandler(pFirst);
+}
+
+CFileTimerHandler* CFileTimers::Take()
+{
+    if (CDLinkedListNode* pSpare = m_listSpare.RemoveHead())
+    {
+        return static_cast<CFileTimerHandler*>(pSpare);
+    }
+    return new (std::nothrow) CFileTimerHandler(m_pCallback, 0);
 }
 
 bool CFileTimers::Arm(CFileTimerHandler*& pSlot, unsigned int dwID, unsigned int dwIntervalMs,
                       bool bPeriodic)
 {
-    pSlot = new (std::nothrow) CFileTimerHandler(m_pCallback, dwID);
+    pSlot = Take();
     if (pSlot == nullptr)
     {
         return false;
     }
+    pSlot->SetID(dwID);
     pSlot->m_dwInterval = dwIntervalMs;
     pSlot->m_bPeriodic = bPeriodic;
     if (!m_pEngine->AddTimerHandler(pSlot))
@@ -72,6 +104,13 @@ void CFileTimers::Clear()
     m_pEngine->RemoveDeferredHandler(&m_handlerDropped);
     while (CDLinkedListNode* pNode = m_listDropped.RemoveHead())
     {
-        delete static_cast<CFileTimerHandler*>(pNode);
+        if (m_listSpare.GetSize() < m_nReserved)
+        {
+            m_listSpare.AddTail(pNode);
+        }
+        else
+        {
+            delete static_cast<CFileTimerHandler*>(pNode);
+        }
     }
 }

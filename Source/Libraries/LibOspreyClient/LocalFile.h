@@ -15,6 +15,10 @@ FILE* OpenLocalFile(const char* pszPath, const char* pszMode);
 // Closes and clears pFile; true when there was none. False when bytes written could not be stored.
 bool CloseLocalFile(FILE*& pFile);
 
+// As fread and fwrite of single bytes, but a call that a signal interrupts goes on.
+size_t ReadLocalFile(FILE* pFile, void* pData, size_t nSize);
+size_t WriteLocalFile(FILE* pFile, const void* pData, size_t nSize);
+
 // Sets the position, in bytes from the start. False beyond 2^63 - 1, or when the system refuses.
 bool SeekLocalFile(FILE* pFile, unsigned long long ullOffset);
 

@@ -17,9 +17,9 @@
 // behind skips what was dropped meanwhile. Packets carry no number: put one into the data where it
 // matters. What the server put while a connection was down is not repeated.
 //
-// Attempts go on without limit, with one exception: when neither descriptor nor memory for one is
-// to be had, nothing is reported and no further one follows. A host that may run out of either
-// watches for silence and starts a new client.
+// Attempts go on without limit, also while memory is out, with one exception: when the system has
+// no descriptor or socket for one, nothing is reported and no further one follows. A host that may
+// run out of descriptors watches for silence and starts a new client.
 //
 // Calls into the host run on the worker thread, but for one case named at OnConnectFailed; answer
 // promptly (nothing is received meanwhile), and do not throw. Release may be called from inside a

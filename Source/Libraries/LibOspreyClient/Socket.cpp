@@ -116,8 +116,9 @@ int CSocket::GetSocketError()
 
 bool CSocket::Connect(const CSocketAddress& addrRemote)
 {
+    // An attempt that a signal interrupts goes on by itself, see connect(2).
     return connect(m_hSocket, addrRemote.GetAddress(), addrRemote.GetLength()) == 0 ||
-           errno == EINPROGRESS;
+           errno == EINPROGRESS || errno == EINTR;
 }
 
 bool CSocket::GetPeerAddress(CSocketAddress& addrRemote) const

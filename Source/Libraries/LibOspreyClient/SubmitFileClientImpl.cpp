@@ -254,7 +254,7 @@ bool CSubmitFileClientImpl::UploadReadData(void* pBuffer, long long llOffset, in
         {
             return false;
         }
-        nRead = fread(pBuffer, 1, nRoom, m_pFile);
+        nRead = ReadLocalFile(m_pFile, pBuffer, nRoom);
         if (nRead < nRoom && !feof(m_pFile))
         {
             return false;

@@ -12,6 +12,7 @@ namespace
 {
 
 const int MAX_EVENTS = 20;
+const int TIMERS = 3;
 
 const unsigned int RECONNECT_MS = 1000;
 const unsigned int KEEP_ALIVE_MS = 5000;
@@ -92,7 +93,7 @@ bool CWXSPChannelClientImpl::StartWorker()
 {
     m_gate.Reset();
     m_engine.ClearStop();
-    return m_engine.Create(MAX_EVENTS) && m_stopPipe.Create() &&
+    return m_engine.Create(MAX_EVENTS) && m_stopPipe.Create() && m_timers.Reserve(TIMERS) &&
            m_thread.Start(&CWXSPChannelClientImpl::ThreadProc, this);
 }
 
@@ -132,6 +133,8 @@ void CWXSPChannelClientImpl::Destory()
     m_gate.Signal();
     m_thread.Stop(m_engine, m_stopPipe);
     CloseConnection();
+    m_bufferReceive.Destroy();
+    m_bufferPackets.Destroy();
     m_stopPipe.Destroy();
     m_engine.Destroy();
     DropTimers();
@@ -147,7 +150,6 @@ Orb_BOOL CWXSPChannelClientImpl::Reconnect()
     }
     m_stream.m_pCallback = this;
     m_stream.m_bConnectSuccessful = Orb_FALSE;
-    // Without memory for this timer the system's own limit bounds the attempt.
     m_timers.Arm(m_pConnectTimer, TIMER_CONNECT, m_dwConnectTimeout, true);
     if (!m_stream.IsPendingDestroy() &&
         m_stream.Connect(CSocketAddress(m_dwServerIP, m_wServerPort)))
@@ -161,9 +163,17 @@ Orb_BOOL CWXSPChannelClientImpl::Reconnect()
 
 bool CWXSPChannelClientImpl::CreateParts()
 {
-    return m_bufferPackets.Create(WXSP_RING_SIZE) &&
-           m_bufferReceive.Create(WXSP_CLIENT_RECEIVE_SIZE) &&
-           m_stream.Create(CSocketAddress(INADDR_ANY, 0));
+    return CreateBuffers() && m_stream.Create(CSocketAddress(INADDR_ANY, 0));
+}
+
+// Those of an earlier connection are used again: there may be no memory for new ones.
+bool CWXSPChannelClientImpl::CreateBuffers()
+{
+    if (m_bufferPackets.GetBufferSize() == 0 && !m_bufferPackets.Create(WXSP_RING_SIZE))
+    {
+        return false;
+    }
+    return m_bufferReceive.GetBufferSize() != 0 || m_bufferReceive.Create(WXSP_CLIENT_RECEIVE_SIZE);
 }
 
 void CWXSPChannelClientImpl::Disconnect()
@@ -177,8 +187,12 @@ void CWXSPChannelClientImpl::CloseConnection()
     m_stream.ShutdownSend();
     m_stream.Destroy();
     m_buffersOut.FreeAll();
-    m_bufferReceive.Destroy();
-    m_bufferPackets.Destroy();
+    m_bufferReceive.RemoveData(m_bufferReceive.GetDataSize());
+    m_bufferPackets.Clear();
+    if (m_bufferPackets.GetBufferSize() > WXSP_RING_SIZE)
+    {
+        m_bufferPackets.Grow(WXSP_RING_SIZE);  // of a packet that was larger; or it stays
+    }
 }
 
 void CWXSPChannelClientImpl::DropTimers()

@@ -60,6 +60,7 @@ private:
 
     bool StartWorker();
     bool CreateParts();
+    bool CreateBuffers();
     void Disconnect();
     void CloseConnection();
     void DropTimers();

@@ -111,7 +111,7 @@ bool CDownloadFileRequestHandler::ReadBlock(unsigned char* pData, size_t& nRead)
     {
         return false;
     }
-    nRead = fread(pData, 1, WXSP_DOWNLOAD_BLOCK_SIZE, m_pFile);
+    nRead = ReadLocalFile(m_pFile, pData, WXSP_DOWNLOAD_BLOCK_SIZE);
     if (nRead < static_cast<size_t>(WXSP_DOWNLOAD_BLOCK_SIZE) && !feof(m_pFile))
     {
         return false;

@@ -129,7 +129,7 @@ unsigned int CUploadFileRequestHandler::WriteBlock(const unsigned char* pData, s
     {
         bStored = CloseLocalFile(m_pFile);
     }
-    else if (fwrite(pData, 1, nSize, m_pFile) < nSize)
+    else if (WriteLocalFile(m_pFile, pData, nSize) < nSize)
     {
         // What was written of the block is not counted, so the next one starts where it did.
         clearerr(m_pFile);
