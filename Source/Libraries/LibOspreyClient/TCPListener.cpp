@@ -12,10 +12,15 @@ namespace
 
 const unsigned int PAUSE_MS = 100;
 
-// accept(2): the connection stays in the queue.
+// The errors after which the newcomer is still in the queue, see accept(2).
+bool IsWithoutDescriptor(int nError)
+{
+    return nError == EMFILE || nError == ENFILE;
+}
+
 bool IsShortage(int nError)
 {
-    return nError == EMFILE || nError == ENFILE || nError == ENOBUFS || nError == ENOMEM;
+    return IsWithoutDescriptor(nError) || nError == ENOBUFS || nError == ENOMEM;
 }
 
 }  // namespace
@@ -95,7 +100,7 @@ void CTCPListener::ProcessInput()
         return;
     }
     const int nError = errno;
-    if (IsShortage(nError) && !TurnAwayNewcomer())
+    if (IsShortage(nError) && !(IsWithoutDescriptor(nError) && TurnAwayNewcomer()))
     {
         Pause();
     }

@@ -121,15 +121,11 @@ int CUploadFileRequestHandler::ProcessBlockRequest(PWXS_PACKET pPacket)
     return 1;
 }
 
-// Writes the block and, if it is the last, closes the file. Returns the result to send.
+// Writes the block and, if it is the last, closes the file: only then is it sure to be stored, and
+// the host is told. Returns the result to send.
 unsigned int CUploadFileRequestHandler::WriteBlock(const unsigned char* pData, size_t nSize)
 {
-    bool bStored = true;
-    if (nSize == 0)
-    {
-        bStored = CloseLocalFile(m_pFile);
-    }
-    else if (WriteLocalFile(m_pFile, pData, nSize) < nSize)
+    if (nSize > 0 && WriteLocalFile(m_pFile, pData, nSize) < nSize)
     {
         // What was written of the block is not counted, so the next one starts where it did.
         clearerr(m_pFile);
@@ -137,15 +133,15 @@ unsigned int CUploadFileRequestHandler::WriteBlock(const unsigned char* pData, s
         return RESULT_WRITE_FAILED;
     }
     m_ullPosition += nSize;
+    if (m_dwLastBlock != 0 && !CloseLocalFile(m_pFile))
+    {
+        return RESULT_WRITE_FAILED;
+    }
     if (m_pProgress != nullptr)
     {
         m_pProgress->OnProgress(m_ullPosition, m_ullFileSize, m_ullProgressContext);
     }
-    if (m_dwLastBlock != 0 && !CloseLocalFile(m_pFile))
-    {
-        bStored = false;
-    }
-    return bStored ? RESULT_SUCCESS : RESULT_WRITE_FAILED;
+    return RESULT_SUCCESS;
 }
 
 void CUploadFileRequestHandler::OnSendComplete()
