@@ -99,6 +99,8 @@ public:
     CFileEvents m_events;
     bool m_bFreshArguments = true;  // GetNextFile's arguments always arrived empty
 
+    size_t m_nNext = 0;  // the entry that GetNextFile hands out next
+
 private:
     void Tell(const std::string& strEvent)
     {
@@ -108,8 +110,6 @@ private:
         }
         m_events.Add(strEvent);
     }
-
-    size_t m_nNext = 0;
 };
 
 typedef CFileHost<ISubmitFileClientCallback> CSubmitHost;

@@ -74,6 +74,10 @@ public:
     {
         return m_wPort;
     }
+    int GetHandle() const
+    {
+        return m_hSocket;
+    }
     // The next connection; not open, and the test failed, at the deadline.
     CRawSocket Accept();
     // From now on connecting to the port is refused. Nobody else gets it: it stays bound.

@@ -1,0 +1,233 @@
+// The file clients, with each of their calls failing in turn. Whatever fails, the run ends by
+// itself with a report, no file is reported complete that is not, nothing is left behind, and the
+// same client's next run works.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "ClientRuns.h"
+#include "FaultSweep.h"
+#include "Hex.h"
+#include "PeerServer.h"
+#include "TempFolder.h"
+
+namespace
+{
+
+const size_t FILE_SIZE = 200 * 1024;
+
+bool StartsWith(const std::string& strText, const std::string& strBeginning)
+{
+    return strText.compare(0, strBeginning.size(), strBeginning) == 0;
+}
+
+bool IsEnd(const std::string& strEvent)
+{
+    return strEvent == "no more" || strEvent == "start failed 0";
+}
+
+// The events as words that ExpectDegraded understands: what a host is told instead of a completed
+// file, or of the rest of the run.
+std::string ToWords(bool bStarted, const std::vector<std::string>& events)
+{
+    std::string strWords = bStarted ? "start:0" : "start:1";
+    for (const std::string& strEvent : events)
+    {
+        if (strEvent == "completed")
+        {
+            strWords += " file:0";
+        }
+        else if (StartsWith(strEvent, "failed "))
+        {
+            strWords += " file:" + strEvent.substr(7);
+        }
+        else if (StartsWith(strEvent, "disconnected") || strEvent == "start failed 0")
+        {
+            strWords += " end";
+        }
+        else
+        {
+            strWords += strEvent == "no more" ? " no_more" : " " + strEvent;
+        }
+    }
+    return strWords;
+}
+
+// A run of three files, or two files and a folder, against a peer; afterwards another one of the
+// same client, that nothing disturbs.
+template <class Kind>
+class CFileScenario
+{
+public:
+    explicit CFileScenario(bool bSubmits) : m_bSubmits(bSubmits)
+    {
+        AddFile("large", Pattern(FILE_SIZE));
+        AddFile("small", "small");
+        AddFile("empty", "");
+    }
+
+    std::string Play()
+    {
+        Prepare(m_host);
+        const bool bStarted = m_client.Start(m_host, m_peer.GetPort());
+        if (bStarted)
+        {
+            ServeToEnd();
+        }
+        EXPECT_TRUE(m_client.Stop());
+        return ToWords(bStarted, m_host.m_host.m_events.GetWithoutProgress());
+    }
+    void Check()
+    {
+        int nFile = 0;
+        for (const std::string& strEvent : m_host.m_host.m_events.Get())
+        {
+            if (strEvent == "next")
+            {
+                ++nFile;
+            }
+            if (strEvent == "completed")
+            {
+                EXPECT_TRUE(IsThere(nFile - 1)) << "file " << nFile << " is complete";
+            }
+            if (StartsWith(strEvent, "failed") && !m_bSubmits)
+            {
+                EXPECT_FALSE(FileExists(GetLocal(nFile - 1))) << "what failed is removed";
+            }
+        }
+    }
+    void ExpectRunsAgain()
+    {
+        m_peer.m_uploads.clear();
+        m_host.m_host.m_nNext = 0;
+        const size_t nBefore = m_host.m_host.m_events.Get().size();
+        ASSERT_TRUE(m_client.Start(m_host, m_peer.GetPort()));
+        ServeToEnd(nBefore);
+        EXPECT_TRUE(m_client.Stop());
+        for (size_t i = 0; i < m_names.size(); ++i)
+        {
+            EXPECT_TRUE(IsThere(i)) << m_names[i];
+        }
+    }
+
+private:
+    void AddFile(const std::string& strName, const std::string& strData)
+    {
+        m_names.push_back(strName);
+        m_contents.push_back(strData);
+    }
+    std::string GetLocal(size_t nFile) const
+    {
+        return m_folder.GetPath(m_names[nFile]);
+    }
+    std::string GetRemote(size_t nFile) const
+    {
+        return "FILESUBMIT|inbox|" + m_names[nFile];
+    }
+    void Prepare(COutsideFileHost<typename Kind::CCallback>& host)
+    {
+        for (size_t i = 0; i < m_names.size(); ++i)
+        {
+            if (m_bSubmits)
+            {
+                m_folder.WriteFile(m_names[i], m_contents[i]);
+                const long long llBase = static_cast<long long>(m_folder.GetPath().size()) + 1;
+                host.m_host.m_entries.push_back({GetLocal(i), "inbox", llBase});
+            }
+            else
+            {
+                m_peer.m_files[m_names[i]] = m_contents[i];
+                host.m_host.m_entries.push_back({GetLocal(i), m_names[i], 0});
+            }
+        }
+    }
+    bool IsThere(size_t nFile)
+    {
+        if (!m_bSubmits)
+        {
+            return FileExists(GetLocal(nFile)) && ReadFile(GetLocal(nFile)) == m_contents[nFile];
+        }
+        const CPeerServer::CUpload& upload = m_peer.m_uploads[GetRemote(nFile)];
+        return upload.m_bComplete && upload.m_strData == m_contents[nFile];
+    }
+    bool HasEnded(size_t nBefore) const
+    {
+        const std::vector<std::string> events = m_host.m_host.m_events.Get();
+        const bool bNext = m_host.m_host.m_events.Count("next") > 0;
+        return events.size() > nBefore &&
+               (IsEnd(events.back()) || (bNext && StartsWith(events.back(), "disconnected")));
+    }
+    void ServeToEnd(size_t nBefore = 0)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(WAIT_MS);
+        while (!HasEnded(nBefore))
+        {
+            m_peer.Serve(1);
+            if (std::chrono::steady_clock::now() > deadline)
+            {
+                ADD_FAILURE() << "waited in vain for the end of the run: "
+                              << ToWords(true, m_host.m_host.m_events.GetWithoutProgress());
+                return;
+            }
+        }
+    }
+
+    const bool m_bSubmits;
+    CTempFolder m_folder;
+    std::vector<std::string> m_names;
+    std::vector<std::string> m_contents;
+    CPeerServer m_peer;
+    COutsideFileHost<typename Kind::CCallback> m_host;
+    CFileClient<Kind> m_client;
+};
+
+template <class Kind>
+std::string RunScenario(const CFault* pFault, bool bSubmits)
+{
+    const CNothingLeft nothing;
+    std::string strOutcome;
+    {
+        CFileScenario<Kind> scenario(bSubmits);
+        {
+            const CFaultPlan plan(pFault);
+            strOutcome = scenario.Play();
+        }
+        scenario.Check();
+        scenario.ExpectRunsAgain();
+    }
+    nothing.Expect();
+    return strOutcome;
+}
+
+std::string Submit(const CFault* pFault)
+{
+    return RunScenario<CSubmitKind>(pFault, true);
+}
+
+std::string Download(const CFault* pFault)
+{
+    return RunScenario<CDownloadKind>(pFault, false);
+}
+
+TEST(ClientFaults, AnyAllocationOfASubmitClientMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepAllocations(&Submit)), 0);
+}
+
+TEST(ClientFaults, AnyAllocationOfADownloadClientMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepAllocations(&Download)), 0);
+}
+
+TEST(ClientFaults, AnySystemCallOfASubmitClientMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepCalls(&Submit)), 0);
+}
+
+TEST(ClientFaults, AnySystemCallOfADownloadClientMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepCalls(&Download)), 0);
+}
+
+}  // namespace

@@ -1,0 +1,62 @@
+#ifndef OSPREY_TESTS_PEERSERVER_H
+#define OSPREY_TESTS_PEERSERVER_H
+
+// The peer of a client, played by the test on its own thread: answers every request as the
+// protocol's server does, whatever becomes of its connections.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "RawSocket.h"
+
+class CPeerServer
+{
+public:
+    struct CUpload
+    {
+        std::string m_strData;
+        bool m_bComplete = false;
+    };
+
+    unsigned short GetPort() const
+    {
+        return m_server.GetPort();
+    }
+    // Takes what has come, waiting for it at most so long, and answers it.
+    void Serve(int nWaitMs);
+    // Ends a connection that its client has fallen silent on, as the server does after 30 seconds.
+    // False when there is none.
+    bool EndSilentConnection();
+
+    // What downloads get, by name; what uploads brought, by name.
+    std::map<std::string, std::string> m_files;
+    std::map<std::string, CUpload> m_uploads;
+    // What a subscriber gets, a packet each, in channel 1; after that the connection ends, so
+    // often.
+    std::vector<std::string> m_packets;
+    int m_nSubscribersToEnd = 0;
+
+private:
+    void Accept();
+    void Receive();
+    void CutPackets();
+    void Answer(const std::string& strPacket);
+    void AnswerUpload(const std::string& strPacket);
+    void AnswerBlock(const std::string& strPacket);
+    void AnswerDownload(const std::string& strPacket);
+    void AnswerSubscriber();
+    void Refuse();
+    void Flush();
+
+    CRawServer m_server;
+    CRawSocket m_peer;
+    std::string m_strIn;
+    std::string m_strOut;
+    std::string m_strUploading;
+    bool m_bChosen = false;   // the first packet said what the connection is for
+    bool m_bRefused = false;  // nothing more is read
+    bool m_bEndSoon = false;
+};
+
+#endif
