@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 #include "ClientRuns.h"
 #include "FaultSweep.h"
 #include "Hex.h"
@@ -160,17 +158,7 @@ private:
     }
     void ServeToEnd(size_t nBefore = 0)
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(WAIT_MS);
-        while (!HasEnded(nBefore))
-        {
-            m_peer.Serve(1);
-            if (std::chrono::steady_clock::now() > deadline)
-            {
-                ADD_FAILURE() << "waited in vain for the end of the run: "
-                              << ToWords(true, m_host.m_host.m_events.GetWithoutProgress());
-                return;
-            }
-        }
+        m_peer.ServeUntil("the end of the run", [&] { return HasEnded(nBefore); });
     }
 
     const bool m_bSubmits;

@@ -1,9 +1,11 @@
 #include "PeerServer.h"
 
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
+#include <chrono>
 
 #include "WireRecords.h"
 
@@ -43,12 +45,26 @@ void CPeerServer::Serve(int nWaitMs)
     }
 }
 
+void CPeerServer::ServeUntil(const std::string& strFor, const std::function<bool()>& fnCondition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(WAIT_MS);
+    while (!fnCondition())
+    {
+        Serve(1);
+        if (std::chrono::steady_clock::now() > deadline)
+        {
+            ADD_FAILURE() << "waited in vain for " << strFor;
+            return;
+        }
+    }
+}
+
 void CPeerServer::Accept()
 {
     m_peer = m_server.Accept();
     m_strIn.clear();
     m_strOut.clear();
-    m_bChosen = m_bRefused = m_bEndSoon = false;
+    m_bChosen = m_bRefused = false;
 }
 
 void CPeerServer::Receive()
@@ -90,14 +106,9 @@ void CPeerServer::Flush()
     {
         m_strOut.erase(0, m_peer.SendWithoutWaiting(m_strOut));
     }
-    if (m_bEndSoon && m_strOut.empty())
-    {
-        m_peer.Close();
-        m_bEndSoon = false;
-    }
 }
 
-bool CPeerServer::EndSilentConnection()
+bool CPeerServer::EndConnection()
 {
     const bool bOpen = m_peer.IsOpen();
     m_peer.Close();
@@ -177,10 +188,5 @@ void CPeerServer::AnswerSubscriber()
     for (const std::string& strPacket : m_packets)
     {
         m_strOut += Wire::Cpkt(1, strPacket);
-    }
-    if (m_nSubscribersToEnd > 0)
-    {
-        --m_nSubscribersToEnd;
-        m_bEndSoon = true;
     }
 }

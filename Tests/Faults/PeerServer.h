@@ -4,6 +4,7 @@
 // The peer of a client, played by the test on its own thread: answers every request as the
 // protocol's server does, whatever becomes of its connections.
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,9 +26,10 @@ public:
     }
     // Takes what has come, waiting for it at most so long, and answers it.
     void Serve(int nWaitMs);
-    // Ends a connection that its client has fallen silent on, as the server does after 30 seconds.
-    // False when there is none.
-    bool EndSilentConnection();
+    // Serves until the condition holds; fails the test at the deadline, with what it waited for.
+    void ServeUntil(const std::string& strFor, const std::function<bool()>& fnCondition);
+    // False when there is no connection.
+    bool EndConnection();
 
     // What downloads get, by name; what uploads brought, by name.
     std::map<std::string, std::string> m_files;
@@ -56,7 +58,6 @@ private:
     std::string m_strUploading;
     bool m_bChosen = false;   // the first packet said what the connection is for
     bool m_bRefused = false;  // nothing more is read
-    bool m_bEndSoon = false;
 };
 
 #endif

@@ -1,0 +1,105 @@
+// The channel client, with each of its calls failing in turn. Whatever fails, it goes on trying,
+// and its host gets packets again without doing anything.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "ClientRuns.h"
+#include "FaultSweep.h"
+#include "LibraryLoops.h"
+#include "PeerServer.h"
+
+namespace
+{
+
+const int PACKETS = 3;
+const int SLEEPS_WITH_FAULTS = 8;
+
+// A word for what a failure may bring about: attempts and connections that fail, any number of
+// them.
+std::string ToWords(const std::vector<std::string>& events)
+{
+    std::string strWords;
+    for (const std::string& strEvent : events)
+    {
+        const bool bLost = strEvent.find("failed") != std::string::npos ||
+                           strEvent.find("disconnected") != std::string::npos;
+        std::string strWord = bLost ? "end" : strEvent;
+        std::replace(strWord.begin(), strWord.end(), ' ', '_');
+        strWords += " " + strWord;
+    }
+    return strWords;
+}
+
+// Subscribes, gets everything, loses the connection, and gets everything again. The plan holds for
+// the first connection.
+class CSubscriber
+{
+public:
+    CSubscriber()
+    {
+        for (int i = 0; i < PACKETS; ++i)
+        {
+            m_peer.m_packets.push_back(std::string(500, static_cast<char>('a' + i)));
+        }
+    }
+
+    std::string PlayFirst(const CFault* pFault)
+    {
+        const CFaultPlan plan(pFault);
+        const bool bConnects = m_client.Connect(m_peer.GetPort());
+        // A refusal that was not reported to the host is the end, as hosts are told.
+        if (bConnects || m_client.m_host.m_host.m_events.Count("connect failed 0") > 0)
+        {
+            Receive(1);
+            m_peer.EndConnection();
+            Receive(2);
+        }
+        return (bConnects ? "connect:0" : "connect:1") + TakeEvents();
+    }
+
+private:
+    // Calls fail for a while; then the client must get there.
+    void Receive(int nTimes)
+    {
+        const std::function<bool()> fnHasAll = [this, nTimes]
+        {
+            m_peer.Serve(0);
+            return CountLast() >= nTimes;
+        };
+        const std::function<bool()> fnEndSilent = [this] { return m_peer.EndConnection(); };
+        m_loop.RunUntil(fnHasAll, fnEndSilent, SLEEPS_WITH_FAULTS);
+        CFaultPlan::Lift();
+        EXPECT_TRUE(m_loop.RunUntil(fnHasAll, fnEndSilent))
+            << "the client has ended silently:" << ToWords(m_client.m_host.m_host.m_events.Get());
+    }
+    int CountLast() const
+    {
+        return m_client.m_host.m_host.m_events.Count(PacketLine(1, m_peer.m_packets.back()));
+    }
+    std::string TakeEvents()
+    {
+        m_client.Release();
+        return ToWords(m_client.m_host.m_host.m_events.Get());
+    }
+
+    CSteppedLoop m_loop;
+    CPeerServer m_peer;
+    CChannelClient m_client;
+};
+
+std::string First(const CFault* pFault)
+{
+    const CNothingLeft nothing;
+    const std::string strOutcome = CSubscriber().PlayFirst(pFault);
+    nothing.Expect();
+    return strOutcome;
+}
+
+TEST(ChannelFaults, AnySystemCallOfTheFirstConnectionMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepCalls(&First)), 0);
+}
+
+}  // namespace
