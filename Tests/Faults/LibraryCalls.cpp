@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
 #include "FaultPlan.h"
+#include "LibraryCalls.h"
+#include "RawSocket.h"
 
 namespace
 {
@@ -30,7 +33,14 @@ int Call(FAULT_CALL eCall, Real pfnReal, Args... args)
     return pFault != nullptr ? Fail(*pFault) : pfnReal(args...);
 }
 
+std::atomic<unsigned short> g_wListeningPort{0};
+
 }  // namespace
+
+unsigned short GetListeningPort()
+{
+    return g_wListeningPort;
+}
 
 extern "C"
 {
@@ -114,7 +124,13 @@ extern "C"
 
     int __wrap_listen(int s, int nBacklog)
     {
-        return Call(CALL_LISTEN, &__real_listen, s, nBacklog);
+        const int nResult = Call(CALL_LISTEN, &__real_listen, s, nBacklog);
+        if (nResult == 0 && IsInside())
+        {
+            const COutside outside;
+            g_wListeningPort = GetLocalPort(s);
+        }
+        return nResult;
     }
 
     int __wrap_lstat64(const char* pszPath, struct stat* pInfo)

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <new>
 
+#include "LibraryCalls.h"
 #include "WireRecords.h"
 
 namespace
@@ -74,14 +75,9 @@ bool CServerRun::Start()
     {
         return false;
     }
-    // Somebody else may take the free port first.
-    bool bStarted = false;
-    for (int i = 0; i < 10 && !bStarted && (i == 0 || !CFaultPlan::IsInjected()); ++i)
-    {
-        m_wPort = FreePort();
-        const CInside inside;
-        bStarted = m_pServer->Startup(0, m_wPort) != 0;
-    }
+    const CInside inside;
+    const bool bStarted = m_pServer->Startup(0, 0) != 0;
+    m_wPort = GetListeningPort();
     return bStarted;
 }
 
