@@ -4,9 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "ClientRuns.h"
 #include "FaultSweep.h"
 #include "Hex.h"
+#include "LibraryLoops.h"
 #include "PeerServer.h"
 #include "TempFolder.h"
 
@@ -65,9 +69,10 @@ public:
         AddFile("empty", "");
     }
 
-    std::string Play()
+    std::string Play(const CFault* pFault)
     {
         Prepare(m_host);
+        const CFaultPlan plan(pFault);
         const bool bStarted = m_client.Start(m_host, m_peer.GetPort());
         if (bStarted)
         {
@@ -75,6 +80,37 @@ public:
         }
         EXPECT_TRUE(m_client.Stop());
         return ToWords(bStarted, m_host.m_host.m_events.GetWithoutProgress());
+    }
+    // The host stops the first file half-way, while calls may fail.
+    std::string PlayStop(const CFault* pFault)
+    {
+        Prepare(m_host);
+        m_peer.m_bHoldsFiles = true;
+        EXPECT_TRUE(m_client.Start(m_host, m_peer.GetPort()));
+        m_peer.ServeUntil("the first progress",
+                          [this] { return m_host.m_host.m_events.Get().size() > 2; });
+        {
+            const CFaultPlan plan(pFault);
+            std::atomic<bool> bStopped{false};
+            std::thread host([&] { bStopped = m_client.Stop(); });
+            m_loop.RunUntil(
+                [&]
+                {
+                    m_peer.Serve(0);
+                    return bStopped.load();
+                });
+            host.join();
+            EXPECT_TRUE(bStopped);
+        }
+        m_peer.ServeUntil("the connection's end", [this] { return !m_peer.IsConnected(); });
+        m_peer.m_bHoldsFiles = false;
+        EXPECT_EQ(m_host.m_host.m_events.Count("completed"), 0);
+        const bool bMayStay =
+            pFault != nullptr && (pFault->eCall == CALL_LSTAT || pFault->eCall == CALL_REMOVE);
+        EXPECT_TRUE(m_bSubmits || bMayStay || !FileExists(GetLocal(0)))
+            << "what is stopped is removed";
+        const std::string strLast = m_peer.m_codes.back();
+        return strLast == (m_bSubmits ? "DELT" : "CAOP") ? "stop:0" : "stop:1";
     }
     void Check()
     {
@@ -162,6 +198,7 @@ private:
     }
 
     const bool m_bSubmits;
+    CSteppedLoop m_loop;
     CTempFolder m_folder;
     std::vector<std::string> m_names;
     std::vector<std::string> m_contents;
@@ -171,16 +208,13 @@ private:
 };
 
 template <class Kind>
-std::string RunScenario(const CFault* pFault, bool bSubmits)
+std::string RunScenario(const CFault* pFault, bool bSubmits, bool bStops)
 {
     const CNothingLeft nothing;
     std::string strOutcome;
     {
         CFileScenario<Kind> scenario(bSubmits);
-        {
-            const CFaultPlan plan(pFault);
-            strOutcome = scenario.Play();
-        }
+        strOutcome = bStops ? scenario.PlayStop(pFault) : scenario.Play(pFault);
         scenario.Check();
         scenario.ExpectRunsAgain();
     }
@@ -188,34 +222,39 @@ std::string RunScenario(const CFault* pFault, bool bSubmits)
     return strOutcome;
 }
 
-std::string Submit(const CFault* pFault)
+struct CFileScenarioType
 {
-    return RunScenario<CSubmitKind>(pFault, true);
+    const char* pszName;
+    CScenarioRun run;
+};
+
+class CClientFaults : public ::testing::TestWithParam<CFileScenarioType>
+{
+};
+using ClientFaults = CClientFaults;
+
+TEST_P(ClientFaults, AnyAllocationMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepAllocations(GetParam().run)), 0);
 }
 
-std::string Download(const CFault* pFault)
+TEST_P(ClientFaults, AnySystemCallMayFail)
 {
-    return RunScenario<CDownloadKind>(pFault, false);
+    EXPECT_GT(ShowFaults(SweepCalls(GetParam().run)), 0);
 }
 
-TEST(ClientFaults, AnyAllocationOfASubmitClientMayFail)
+template <class Kind>
+CScenarioRun Scenario(bool bSubmits, bool bStops)
 {
-    EXPECT_GT(ShowFaults(SweepAllocations(&Submit)), 0);
+    return [=](const CFault* pFault) { return RunScenario<Kind>(pFault, bSubmits, bStops); };
 }
 
-TEST(ClientFaults, AnyAllocationOfADownloadClientMayFail)
-{
-    EXPECT_GT(ShowFaults(SweepAllocations(&Download)), 0);
-}
-
-TEST(ClientFaults, AnySystemCallOfASubmitClientMayFail)
-{
-    EXPECT_GT(ShowFaults(SweepCalls(&Submit)), 0);
-}
-
-TEST(ClientFaults, AnySystemCallOfADownloadClientMayFail)
-{
-    EXPECT_GT(ShowFaults(SweepCalls(&Download)), 0);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Scenarios, ClientFaults,
+    ::testing::Values(CFileScenarioType{"Submit", Scenario<CSubmitKind>(true, false)},
+                      CFileScenarioType{"Download", Scenario<CDownloadKind>(false, false)},
+                      CFileScenarioType{"StopSubmit", Scenario<CSubmitKind>(true, true)},
+                      CFileScenarioType{"StopDownload", Scenario<CDownloadKind>(false, true)}),
+    [](const auto& scenario) { return std::string(scenario.param.pszName); });
 
 }  // namespace

@@ -119,6 +119,7 @@ void CPeerServer::Answer(const std::string& strPacket)
 {
     const std::string strCode = Wire::GetCode(strPacket);
     const uint32_t dwID = Wire::GetU32(strPacket, 12);
+    m_codes.push_back(strCode);
     if (!m_bChosen && strCode != "BROW" && strCode != "OCHS" && strCode != "KEEP")
     {
         Refuse();
@@ -168,7 +169,7 @@ void CPeerServer::AnswerBlock(const std::string& strPacket)
     CUpload& upload = m_uploads[m_strUploading];
     upload.m_strData += strPacket.substr(20);
     upload.m_bComplete = Wire::GetU32(strPacket, 16) != 0;
-    m_strOut += Wire::Result("UPBR", Wire::GetU32(strPacket, 12), 0);
+    m_strOut += m_bHoldsFiles ? "" : Wire::Result("UPBR", Wire::GetU32(strPacket, 12), 0);
 }
 
 void CPeerServer::AnswerDownload(const std::string& strPacket)
@@ -179,6 +180,10 @@ void CPeerServer::AnswerDownload(const std::string& strPacket)
     for (size_t n = 0; n < strFile.size(); n += BLOCK_SIZE)
     {
         m_strOut += Wire::Dfrb(dwID, strFile.substr(n, BLOCK_SIZE));
+        if (m_bHoldsFiles)
+        {
+            return;
+        }
     }
     m_strOut += Wire::Dfrb(dwID, "");
 }

@@ -28,16 +28,22 @@ public:
     void Serve(int nWaitMs);
     // Serves until the condition holds; fails the test at the deadline, with what it waited for.
     void ServeUntil(const std::string& strFor, const std::function<bool()>& fnCondition);
+    bool IsConnected() const
+    {
+        return m_peer.IsOpen();
+    }
     // False when there is no connection.
     bool EndConnection();
 
     // What downloads get, by name; what uploads brought, by name.
     std::map<std::string, std::string> m_files;
     std::map<std::string, CUpload> m_uploads;
-    // What a subscriber gets, a packet each, in channel 1; after that the connection ends, so
-    // often.
+    // Blocks go unanswered, and downloads stop after their first one.
+    bool m_bHoldsFiles = false;
+    // The codes of what came, in their order.
+    std::vector<std::string> m_codes;
+    // What each subscriber gets in channel 1.
     std::vector<std::string> m_packets;
-    int m_nSubscribersToEnd = 0;
 
 private:
     void Accept();

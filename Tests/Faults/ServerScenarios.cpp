@@ -230,6 +230,26 @@ private:
     CSteppedLoop m_loop;
 };
 
+// A peer that falls silent is ended after 30 seconds, by the clock of the test.
+class CSilence final : public CServerScenario
+{
+public:
+    void Prepare() override
+    {
+        CServerScenario::Prepare();
+        ASSERT_TRUE(m_talk.Browse());
+    }
+    void Play() override
+    {
+        EXPECT_TRUE(m_loop.RunUntil([this] { return !m_talk.GetSocket().IsSilent(); }))
+            << "waited in vain for the end of a silent connection";
+        EXPECT_TRUE(m_talk.Take().empty());
+    }
+
+private:
+    CSteppedLoop m_loop;
+};
+
 class CEnding final : public CServerScenario
 {
 public:
@@ -288,15 +308,11 @@ void CServerScenario::ExpectServes()
 const std::vector<CServerScenarioType>& GetServerScenarios()
 {
     static const std::vector<CServerScenarioType> scenarios = {
-        {"Start", &Make<CStarting>},
-        {"Accept", &Make<CAccepting>},
-        {"NameConnection", &Make<CNaming>},
-        {"CreateFolders", &Make<CCreatingFolders>},
-        {"Delete", &Make<CDeleting>},
-        {"Download", &Make<CDownloading>},
-        {"Upload", &Make<CUploading>},
-        {"Subscription", &Make<CSubscribing>},
-        {"End", &Make<CEnding>},
+        {"Start", &Make<CStarting>},        {"Accept", &Make<CAccepting>},
+        {"NameConnection", &Make<CNaming>}, {"CreateFolders", &Make<CCreatingFolders>},
+        {"Delete", &Make<CDeleting>},       {"Download", &Make<CDownloading>},
+        {"Upload", &Make<CUploading>},      {"Subscription", &Make<CSubscribing>},
+        {"Silence", &Make<CSilence>},       {"End", &Make<CEnding>},
     };
     return scenarios;
 }
