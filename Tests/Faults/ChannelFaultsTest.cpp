@@ -92,7 +92,7 @@ private:
 std::string First(const CFault* pFault)
 {
     const CNothingLeft nothing;
-    const std::string strOutcome = CSubscriber().PlayFirst(pFault);
+    std::string strOutcome = CSubscriber().PlayFirst(pFault);
     nothing.Expect();
     return strOutcome;
 }

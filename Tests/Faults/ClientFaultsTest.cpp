@@ -17,7 +17,7 @@
 namespace
 {
 
-const size_t FILE_SIZE = 200 * 1024;
+const size_t FILE_SIZE = 200UL * 1024;
 
 bool StartsWith(const std::string& strText, const std::string& strBeginning)
 {

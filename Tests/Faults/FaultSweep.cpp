@@ -7,6 +7,7 @@
 #include <iostream>
 #include <set>
 #include <sstream>
+#include <vector>
 
 #include "Leftovers.h"
 #include "LibraryMemory.h"
@@ -16,6 +17,107 @@ namespace
 
 const int FIRST_CALLS = 4;
 const int MOST_CALLS = 8;  // of one kind that are made to fail
+
+// One way in which a call can fail, as its manual page allows. What is transient costs nothing: the
+// scenario must end as if nothing had happened.
+struct CFailure
+{
+    FAULT_CALL eCall;
+    int nError;
+    bool bTransient;
+};
+const CFailure FAILURES[] = {
+    {CALL_ACCEPT, EINTR, true},
+    {CALL_ACCEPT, EAGAIN, true},
+    {CALL_ACCEPT, ECONNABORTED, true},
+    {CALL_ACCEPT, ENOBUFS, true},
+    {CALL_ACCEPT, ENOMEM, true},
+    {CALL_ACCEPT, EPERM, true},
+    {CALL_ACCEPT, EMFILE, false},
+    {CALL_ACCEPT, ENFILE, false},
+    {CALL_ACCESS, EACCES, false},
+    {CALL_ACCESS, EROFS, false},
+    {CALL_BIND, EADDRINUSE, false},
+    {CALL_BIND, EACCES, false},
+    {CALL_CHMOD, EPERM, false},
+    {CALL_CLOSE, EINTR, true},
+    {CALL_CLOSE, EIO, true},
+    {CALL_CONNECT, ECONNREFUSED, false},
+    {CALL_CONNECT, ENETUNREACH, false},
+    {CALL_CONNECT, EADDRNOTAVAIL, false},
+    {CALL_CONNECT, EAGAIN, false},
+    {CALL_CONNECT, ETIMEDOUT, false},
+    {CALL_EPOLL_ADD, ENOMEM, false},
+    {CALL_EPOLL_ADD, ENOSPC, false},
+    {CALL_EPOLL_CREATE, EMFILE, false},
+    {CALL_EPOLL_CREATE, ENFILE, false},
+    {CALL_EPOLL_CREATE, ENOMEM, false},
+    {CALL_EPOLL_WAIT, EINTR, true},
+    {CALL_EVENTFD, EMFILE, false},
+    {CALL_EVENTFD, ENFILE, false},
+    {CALL_EVENTFD, ENOMEM, false},
+    {CALL_FCLOSE, EIO, false},
+    {CALL_FCLOSE, ENOSPC, false},
+    {CALL_FCLOSE, EDQUOT, false},
+    {CALL_FCNTL, EPERM, false},
+    {CALL_FOPEN, EACCES, false},
+    {CALL_FOPEN, EMFILE, false},
+    {CALL_FOPEN, ENFILE, false},
+    {CALL_FOPEN, ENOMEM, false},
+    {CALL_FOPEN, ENOSPC, false},
+    {CALL_FREAD, EIO, false},
+    {CALL_FSEEK, EIO, false},
+    {CALL_FWRITE, ENOSPC, false},
+    {CALL_FWRITE, EDQUOT, false},
+    {CALL_FWRITE, EIO, false},
+    {CALL_FWRITE, EFBIG, false},
+    {CALL_GETPEERNAME, ENOBUFS, true},
+    {CALL_GETSOCKNAME, ENOBUFS, true},
+    {CALL_LISTEN, EADDRINUSE, false},
+    {CALL_LSTAT, EACCES, false},
+    {CALL_MKDIR, EACCES, false},
+    {CALL_MKDIR, ENOSPC, false},
+    {CALL_MKDIR, EROFS, false},
+    {CALL_OPEN, EMFILE, true},
+    {CALL_OPEN, ENFILE, true},
+    {CALL_OPEN, ENOMEM, true},
+    {CALL_PIPE, EMFILE, false},
+    {CALL_PIPE, ENFILE, false},
+    {CALL_PTHREAD_CREATE, EAGAIN, false},
+    {CALL_RECV, EINTR, true},
+    {CALL_RECV, EAGAIN, true},
+    {CALL_RECV, SHORT_TRANSFER, true},
+    {CALL_RECV, ECONNRESET, false},
+    {CALL_RECV, ETIMEDOUT, false},
+    {CALL_RECV, ENOMEM, false},
+    {CALL_REMOVE, EACCES, false},
+    {CALL_REMOVE, EBUSY, false},
+    {CALL_REMOVE, EIO, false},
+    {CALL_REMOVE, EROFS, false},
+    {CALL_SEND, EINTR, true},
+    {CALL_SEND, EAGAIN, true},
+    {CALL_SEND, SHORT_TRANSFER, true},
+    {CALL_SEND, ECONNRESET, false},
+    {CALL_SEND, EPIPE, false},
+    {CALL_SEND, ENOBUFS, false},
+    {CALL_SEND, ENOMEM, false},
+    {CALL_SETSOCKOPT, ENOMEM, false},
+    {CALL_SHUTDOWN, ENOTCONN, true},
+    {CALL_SOCKET, EMFILE, false},
+    {CALL_SOCKET, ENFILE, false},
+    {CALL_SOCKET, ENOBUFS, false},
+    {CALL_SOCKET, ENOMEM, false},
+    {CALL_SOCKET, EACCES, false},
+    {CALL_SOCKET_ERROR, ECONNREFUSED, false},
+    {CALL_SOCKET_ERROR, ETIMEDOUT, false},
+    {CALL_SOCKET_ERROR, EHOSTUNREACH, false},
+    {CALL_STAT, EACCES, false},
+    {CALL_STAT, ENOENT, false},
+    {CALL_STAT, EIO, false},
+    {CALL_STAT, ENOMEM, false},
+    {CALL_WRITE, EINTR, true},
+    {CALL_WRITE, EAGAIN, true},
+};
 
 std::vector<std::string> Words(const std::string& strText)
 {
@@ -49,7 +151,7 @@ void ExpectDegraded(const std::string& strOutcome, const std::string& strClean)
         return;
     }
     ASSERT_LT(n, words.size()) << "ends without a word: " << strOutcome;
-    const std::string strWord = words[n];
+    const std::string& strWord = words[n];
     EXPECT_TRUE(strWord == "end" || strWord == "stopped" ||
                 (n < clean.size() && Code(strWord) == Code(clean[n]) && strWord != clean[n]))
         << strOutcome << "\ninstead of\n"
@@ -94,103 +196,6 @@ bool RunUnder(const CScenarioRun& run, const CFault& fault, bool bTransient,
 
 }  // namespace
 
-const std::vector<CFailure>& GetFailures()
-{
-    static const std::vector<CFailure> failures = {
-        {CALL_ACCEPT, EINTR, true},
-        {CALL_ACCEPT, EAGAIN, true},
-        {CALL_ACCEPT, ECONNABORTED, true},
-        {CALL_ACCEPT, ENOBUFS, true},
-        {CALL_ACCEPT, ENOMEM, true},
-        {CALL_ACCEPT, EPERM, true},
-        {CALL_ACCEPT, EMFILE, false},
-        {CALL_ACCEPT, ENFILE, false},
-        {CALL_ACCESS, EACCES, false},
-        {CALL_ACCESS, EROFS, false},
-        {CALL_BIND, EADDRINUSE, false},
-        {CALL_BIND, EACCES, false},
-        {CALL_CHMOD, EPERM, false},
-        {CALL_CLOSE, EINTR, true},
-        {CALL_CLOSE, EIO, true},
-        {CALL_CONNECT, ECONNREFUSED, false},
-        {CALL_CONNECT, ENETUNREACH, false},
-        {CALL_CONNECT, EADDRNOTAVAIL, false},
-        {CALL_CONNECT, EAGAIN, false},
-        {CALL_CONNECT, ETIMEDOUT, false},
-        {CALL_EPOLL_ADD, ENOMEM, false},
-        {CALL_EPOLL_ADD, ENOSPC, false},
-        {CALL_EPOLL_CREATE, EMFILE, false},
-        {CALL_EPOLL_CREATE, ENFILE, false},
-        {CALL_EPOLL_CREATE, ENOMEM, false},
-        {CALL_EPOLL_WAIT, EINTR, true},
-        {CALL_EVENTFD, EMFILE, false},
-        {CALL_EVENTFD, ENFILE, false},
-        {CALL_EVENTFD, ENOMEM, false},
-        {CALL_FCLOSE, EIO, false},
-        {CALL_FCLOSE, ENOSPC, false},
-        {CALL_FCLOSE, EDQUOT, false},
-        {CALL_FCNTL, EPERM, false},
-        {CALL_FOPEN, EACCES, false},
-        {CALL_FOPEN, EMFILE, false},
-        {CALL_FOPEN, ENFILE, false},
-        {CALL_FOPEN, ENOMEM, false},
-        {CALL_FOPEN, ENOSPC, false},
-        {CALL_FREAD, EIO, false},
-        {CALL_FSEEK, EIO, false},
-        {CALL_FWRITE, ENOSPC, false},
-        {CALL_FWRITE, EDQUOT, false},
-        {CALL_FWRITE, EIO, false},
-        {CALL_FWRITE, EFBIG, false},
-        {CALL_GETPEERNAME, ENOBUFS, true},
-        {CALL_GETSOCKNAME, ENOBUFS, true},
-        {CALL_LISTEN, EADDRINUSE, false},
-        {CALL_LSTAT, EACCES, false},
-        {CALL_MKDIR, EACCES, false},
-        {CALL_MKDIR, ENOSPC, false},
-        {CALL_MKDIR, EROFS, false},
-        {CALL_OPEN, EMFILE, true},
-        {CALL_OPEN, ENFILE, true},
-        {CALL_OPEN, ENOMEM, true},
-        {CALL_PIPE, EMFILE, false},
-        {CALL_PIPE, ENFILE, false},
-        {CALL_PTHREAD_CREATE, EAGAIN, false},
-        {CALL_RECV, EINTR, true},
-        {CALL_RECV, EAGAIN, true},
-        {CALL_RECV, SHORT_TRANSFER, true},
-        {CALL_RECV, ECONNRESET, false},
-        {CALL_RECV, ETIMEDOUT, false},
-        {CALL_RECV, ENOMEM, false},
-        {CALL_REMOVE, EACCES, false},
-        {CALL_REMOVE, EBUSY, false},
-        {CALL_REMOVE, EIO, false},
-        {CALL_REMOVE, EROFS, false},
-        {CALL_SEND, EINTR, true},
-        {CALL_SEND, EAGAIN, true},
-        {CALL_SEND, SHORT_TRANSFER, true},
-        {CALL_SEND, ECONNRESET, false},
-        {CALL_SEND, EPIPE, false},
-        {CALL_SEND, ENOBUFS, false},
-        {CALL_SEND, ENOMEM, false},
-        {CALL_SETSOCKOPT, ENOMEM, false},
-        {CALL_SHUTDOWN, ENOTCONN, true},
-        {CALL_SOCKET, EMFILE, false},
-        {CALL_SOCKET, ENFILE, false},
-        {CALL_SOCKET, ENOBUFS, false},
-        {CALL_SOCKET, ENOMEM, false},
-        {CALL_SOCKET, EACCES, false},
-        {CALL_SOCKET_ERROR, ECONNREFUSED, false},
-        {CALL_SOCKET_ERROR, ETIMEDOUT, false},
-        {CALL_SOCKET_ERROR, EHOSTUNREACH, false},
-        {CALL_STAT, EACCES, false},
-        {CALL_STAT, ENOENT, false},
-        {CALL_STAT, EIO, false},
-        {CALL_STAT, ENOMEM, false},
-        {CALL_WRITE, EINTR, true},
-        {CALL_WRITE, EAGAIN, true},
-    };
-    return failures;
-}
-
 int SweepAllocations(const CScenarioRun& run)
 {
     const std::string strClean = run(nullptr);
@@ -215,12 +220,12 @@ int SweepCalls(const CScenarioRun& run)
 {
     const std::string strClean = run(nullptr);
     std::map<FAULT_CALL, int> calls;
-    for (const CFailure& failure : GetFailures())
+    for (const CFailure& failure : FAILURES)
     {
         calls[failure.eCall] = CFaultPlan::GetCalls(failure.eCall);
     }
     int nFaults = 0;
-    for (const CFailure& failure : GetFailures())
+    for (const CFailure& failure : FAILURES)
     {
         for (const int n : ChooseCalls(calls[failure.eCall]))
         {

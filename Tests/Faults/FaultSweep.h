@@ -4,21 +4,9 @@
 // Runs a scenario again and again, each time with another call failing.
 
 #include <functional>
-#include <map>
 #include <string>
-#include <vector>
 
 #include "FaultPlan.h"
-
-// One way in which a call can fail, as its manual page allows. What is transient costs nothing: the
-// scenario must end as if nothing had happened.
-struct CFailure
-{
-    FAULT_CALL eCall;
-    int nError;
-    bool bTransient;
-};
-const std::vector<CFailure>& GetFailures();
 
 // Runs a scenario from beginning to end under the fault, or undisturbed when there is none; returns
 // what came of it, a word each.

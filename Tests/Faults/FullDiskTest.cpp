@@ -15,7 +15,7 @@
 namespace
 {
 
-const size_t DISK_SIZE = 128 * 1024;  // so many blocks of either kind, and whole pages
+const size_t DISK_SIZE = 128UL * 1024;  // so many blocks of either kind, and whole pages
 
 class CFullDisk : public ::testing::TestWithParam<size_t>
 {

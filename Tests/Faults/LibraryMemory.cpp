@@ -31,7 +31,11 @@ struct CPlainAllocator
     }
     T* allocate(size_t nCount)
     {
-        return static_cast<T*>(__real_malloc(nCount * sizeof(T)));
+        struct CPlace
+        {
+            T m_item;
+        };
+        return static_cast<T*>(__real_malloc(nCount * sizeof(CPlace)));
     }
     void deallocate(T* p, size_t /*nCount*/)
     {

@@ -10,7 +10,7 @@
 namespace
 {
 
-const size_t FILE_SIZE = 200 * 1024;
+const size_t FILE_SIZE = 200UL * 1024;
 const unsigned int CHANNEL = 7;
 const int PACKETS = 100;
 
