@@ -115,6 +115,9 @@ public:
     void Check()
     {
         int nFile = 0;
+        const int nCompleted = m_host.m_host.m_events.Count("completed");
+        EXPECT_FALSE(!m_bSubmits && nCompleted == 3 && CFaultPlan::IsInjected(CALL_FCLOSE))
+            << "what could not be closed may not be there";
         for (const std::string& strEvent : m_host.m_host.m_events.Get())
         {
             if (strEvent == "next")

@@ -64,6 +64,11 @@ bool CFaultPlan::IsInjected()
     return g_bInjected;
 }
 
+bool CFaultPlan::IsInjected(FAULT_CALL eCall)
+{
+    return g_bInjected && g_fault.eCall == eCall;
+}
+
 int CFaultPlan::GetCalls(FAULT_CALL eCall)
 {
     return g_calls[eCall];

@@ -72,6 +72,7 @@ public:
     static void Lift();
     // Whether a call has failed since the latest plan was laid, and what was counted meanwhile.
     static bool IsInjected();
+    static bool IsInjected(FAULT_CALL eCall);
     static int GetCalls(FAULT_CALL eCall);
 };
 

@@ -152,6 +152,8 @@ public:
         {
             EXPECT_TRUE(ReadFile(strPath) == m_strFile) << "what is complete is there";
         }
+        EXPECT_FALSE(m_bComplete && CFaultPlan::IsInjected(CALL_FCLOSE))
+            << "what could not be closed may not be there";
     }
 
 private:
