@@ -1,9 +1,11 @@
 // The channel client, with each of its calls failing in turn. Whatever fails, it goes on trying,
-// and its host gets packets again without doing anything.
+// and its host gets packets again without doing anything; but for the want of a socket, which hosts
+// are told to watch for.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "ClientRuns.h"
 #include "FaultSweep.h"
@@ -32,8 +34,17 @@ std::string ToWords(const std::vector<std::string>& events)
     return strWords;
 }
 
+// Without a socket for it, an attempt is the last one.
+bool IsForASocket(const CFault* pFault)
+{
+    const FAULT_CALL calls[] = {CALL_SOCKET, CALL_SETSOCKOPT, CALL_BIND, CALL_FCNTL,
+                                CALL_EPOLL_ADD};
+    return pFault != nullptr &&
+           std::find(std::begin(calls), std::end(calls), pFault->eCall) != std::end(calls);
+}
+
 // Subscribes, gets everything, loses the connection, and gets everything again. The plan holds for
-// the first connection.
+// the first connection or for the second one.
 class CSubscriber
 {
 public:
@@ -58,6 +69,16 @@ public:
         }
         return (bConnects ? "connect:0" : "connect:1") + TakeEvents();
     }
+    std::string PlaySecond(const CFault* pFault)
+    {
+        EXPECT_TRUE(m_client.Connect(m_peer.GetPort()));
+        Receive(1);
+        const CFaultPlan plan(pFault);
+        m_bMayStop = IsForASocket(pFault);
+        m_peer.EndConnection();
+        Receive(2);
+        return "connect:0" + TakeEvents() + (m_bStopped ? " stopped" : "");
+    }
 
 private:
     // Calls fail for a while; then the client must get there.
@@ -71,7 +92,8 @@ private:
         const std::function<bool()> fnEndSilent = [this] { return m_peer.EndConnection(); };
         m_loop.RunUntil(fnHasAll, fnEndSilent, SLEEPS_WITH_FAULTS);
         CFaultPlan::Lift();
-        EXPECT_TRUE(m_loop.RunUntil(fnHasAll, fnEndSilent))
+        m_bStopped = !m_loop.RunUntil(fnHasAll, fnEndSilent);
+        EXPECT_TRUE(!m_bStopped || m_bMayStop)
             << "the client has ended silently:" << ToWords(m_client.m_host.m_host.m_events.Get());
     }
     int CountLast() const
@@ -84,6 +106,8 @@ private:
         return ToWords(m_client.m_host.m_host.m_events.Get());
     }
 
+    bool m_bMayStop = false;
+    bool m_bStopped = false;
     CSteppedLoop m_loop;
     CPeerServer m_peer;
     CChannelClient m_client;
@@ -97,9 +121,32 @@ std::string First(const CFault* pFault)
     return strOutcome;
 }
 
+std::string Second(const CFault* pFault)
+{
+    const CNothingLeft nothing;
+    std::string strOutcome = CSubscriber().PlaySecond(pFault);
+    nothing.Expect();
+    return strOutcome;
+}
+
+TEST(ChannelFaults, AnyAllocationOfTheFirstConnectionMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepAllocations(&First)), 0);
+}
+
 TEST(ChannelFaults, AnySystemCallOfTheFirstConnectionMayFail)
 {
     EXPECT_GT(ShowFaults(SweepCalls(&First)), 0);
+}
+
+TEST(ChannelFaults, AnyAllocationOfALaterConnectionMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepAllocations(&Second)), 0);
+}
+
+TEST(ChannelFaults, AnySystemCallOfALaterConnectionMayFail)
+{
+    EXPECT_GT(ShowFaults(SweepCalls(&Second)), 0);
 }
 
 }  // namespace

@@ -147,6 +147,18 @@ int StartThread(pthread_t* pThread, const pthread_attr_t* pAttr, void* (*pfnMain
     return g_callPthreadCreate.Real(pThread, pAttr, &RunInside, new CThreadStart{pfnMain, pParam});
 }
 
+// An attempt that is interrupted goes on by itself.
+int Connect(int s, const sockaddr* pAddress, socklen_t nLength)
+{
+    const CFault* pFault = MeetFault(CALL_CONNECT);
+    if (pFault == nullptr || pFault->nError == EINTR)
+    {
+        const int nResult = g_callConnect.Real(s, pAddress, nLength);
+        return pFault == nullptr ? nResult : Fail(*pFault);
+    }
+    return Fail(*pFault);
+}
+
 template <class Signature>
 void Stand(CSystemCall<Signature>& call, const std::function<Signature>& standIn)
 {
@@ -162,7 +174,7 @@ const bool g_bInstalled = []
           std::function<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
               &StartThread));
     CStandIn<int, sockaddr*, socklen_t*, int>::Put(g_callAccept4, CALL_ACCEPT);
-    CStandIn<int, const sockaddr*, socklen_t>::Put(g_callConnect, CALL_CONNECT);
+    Stand(g_callConnect, std::function<int(int, const sockaddr*, socklen_t)>(&Connect));
     CStandIn<int>::Put(g_callEpollCreate1, CALL_EPOLL_CREATE);
     CStandIn<int*, int>::Put(g_callPipe2, CALL_PIPE);
     CStandIn<int, int, int>::Put(g_callSocket, CALL_SOCKET);

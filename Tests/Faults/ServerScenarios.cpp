@@ -134,7 +134,7 @@ private:
     bool m_bComplete = false;
 };
 
-class CUploading final : public CRequest
+class CUploading : public CRequest
 {
 public:
     void Play() override
@@ -154,11 +154,33 @@ public:
         }
         EXPECT_FALSE(m_bComplete && CFaultPlan::IsInjected(CALL_FCLOSE))
             << "what could not be closed may not be there";
+        if (CountWords(GetTranscript(), "UPBR:11") != 0)
+        {
+            EXPECT_EQ(progress.size(), static_cast<size_t>(CountWords(GetTranscript(), "UPBR:0")))
+                << "a transfer that fails makes no further call";
+        }
     }
 
-private:
-    const std::string m_strFile = Pattern(FILE_SIZE);
+protected:
+    std::string m_strFile = Pattern(FILE_SIZE);
     bool m_bComplete = false;
+};
+
+// A peer may mark a block with data as the last one.
+class CUploadingAtOnce final : public CUploading
+{
+public:
+    void Play() override
+    {
+        m_strFile = "a file that is its own last block";
+        const std::string strReply =
+            m_talk.Ask(Wire::Upfi(1, m_strFile.size(), 0, m_run.GetWidePath("file")));
+        if (Wire::GetU32(strReply, 16) == 0 && !m_talk.HasEnded())
+        {
+            m_bComplete = Wire::GetU32(m_talk.Ask(Wire::Upfb(1, 1, m_strFile)), 16) == 0 &&
+                          !m_talk.HasEnded();
+        }
+    }
 };
 
 // Channels are looked at by the clock, which therefore moves with the test.
@@ -310,11 +332,17 @@ void CServerScenario::ExpectServes()
 const std::vector<CServerScenarioType>& GetServerScenarios()
 {
     static const std::vector<CServerScenarioType> scenarios = {
-        {"Start", &Make<CStarting>},        {"Accept", &Make<CAccepting>},
-        {"NameConnection", &Make<CNaming>}, {"CreateFolders", &Make<CCreatingFolders>},
-        {"Delete", &Make<CDeleting>},       {"Download", &Make<CDownloading>},
-        {"Upload", &Make<CUploading>},      {"Subscription", &Make<CSubscribing>},
-        {"Silence", &Make<CSilence>},       {"End", &Make<CEnding>},
+        {"Start", &Make<CStarting>},
+        {"Accept", &Make<CAccepting>},
+        {"NameConnection", &Make<CNaming>},
+        {"CreateFolders", &Make<CCreatingFolders>},
+        {"Delete", &Make<CDeleting>},
+        {"Download", &Make<CDownloading>},
+        {"Upload", &Make<CUploading>},
+        {"UploadAtOnce", &Make<CUploadingAtOnce>},
+        {"Subscription", &Make<CSubscribing>},
+        {"Silence", &Make<CSilence>},
+        {"End", &Make<CEnding>},
     };
     return scenarios;
 }
