@@ -1,5 +1,13 @@
 #include "ClientTCPStream.h"
 
+namespace
+{
+
+// With the 5 seconds between two keep-alives, a peer that vanished is noticed after 30.
+const unsigned int SILENCE_MS = 25000;
+
+}  // namespace
+
 CClientTCPStream::CClientTCPStream(CIOEngine* pEngine) : CTCPStream(pEngine) {}
 
 void CClientTCPStream::SetNoDelay()
@@ -18,6 +26,8 @@ void CClientTCPStream::ShutdownSend()
 void CClientTCPStream::ProcessConnected()
 {
     m_bConnectSuccessful = Orb_TRUE;
+    // Not before: how long connecting may take is the owner's to say.
+    m_sock.LimitSilence(SILENCE_MS);
     if (m_pCallback != nullptr)
     {
         m_pCallback->OnConnectSuccessful();

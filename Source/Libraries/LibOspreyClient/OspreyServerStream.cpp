@@ -15,6 +15,7 @@ namespace
 {
 
 const unsigned int KEEP_ALIVE_MS = 30000;
+const unsigned int DAY_MS = 24 * 60 * 60 * 1000;
 const int HOLD_OFF_ABOVE = 1024;  // buffers queued to be sent
 const int GO_ON_BELOW = 512;
 const std::chrono::milliseconds TURN(5);  // of handling packets, before everybody else has one
@@ -71,6 +72,8 @@ bool COspreyServerStream::AttachTransport(int s)
     {
         return false;
     }
+    // Not to end a connection, which is the keep-alive's to do: a peer may stop reading for long.
+    m_sock.LimitSilence(DAY_MS);
     m_state = STATE_ATTACHED;
     return Receive(&m_bufferRequest);
 }

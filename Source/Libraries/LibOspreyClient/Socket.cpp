@@ -8,6 +8,15 @@
 #include <cerrno>
 #include <cstring>
 
+namespace
+{
+
+// TCP_RTO_MAX_MS of Linux 6.15, which older headers do not name and older systems refuse.
+const int RTO_MAX_MS = 44;
+const int REPEAT_MS = 1000;
+
+}  // namespace
+
 CSocketAddress::CSocketAddress()
 {
     memset(&m_in6, 0, sizeof m_in6);
@@ -105,6 +114,15 @@ bool CSocket::SetNoDelay()
 {
     const int nOn = 1;
     return setsockopt(m_hSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof nOn) == 0;
+}
+
+void CSocket::LimitSilence(unsigned int dwTimeoutMs)
+{
+    // Alone, the shorter pauses would use up the system's number of attempts within 15 seconds.
+    if (setsockopt(m_hSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &dwTimeoutMs, sizeof dwTimeoutMs) == 0)
+    {
+        setsockopt(m_hSocket, IPPROTO_TCP, RTO_MAX_MS, &REPEAT_MS, sizeof REPEAT_MS);
+    }
 }
 
 int CSocket::GetSocketError()

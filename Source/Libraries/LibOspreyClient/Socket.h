@@ -65,6 +65,12 @@ public:
     bool SetNonBlocking();
     // Sends each buffer at once instead of waiting for the peer's acknowledgement (TCP_NODELAY).
     bool SetNoDelay();
+    // How long what was sent may stay unacknowledged, or the peer's buffers full, before the
+    // connection counts as broken, with ETIMEDOUT; the system by itself waits a quarter of an hour
+    // for the first. Meanwhile it is repeated every second, where the system can be told so: by
+    // itself it doubles the pause each time, and would find a link that came back only after as
+    // long again as that was gone. See tcp(7), TCP_USER_TIMEOUT.
+    void LimitSilence(unsigned int dwTimeoutMs);
     // Takes the pending error (SO_ERROR); errno when even that fails.
     int GetSocketError();
     // True when the connection is established or under way.
