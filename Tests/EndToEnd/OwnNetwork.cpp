@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/prctl.h>
@@ -14,6 +13,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "RawSocket.h"
 
@@ -50,47 +51,6 @@ void Ip(std::vector<std::string> arguments)
     {
         throw CNetworkRefused(strCommand + " failed");
     }
-}
-
-void WriteLine(const char* pszPath, const std::string& strLine)
-{
-    const int hFile = open(pszPath, O_WRONLY | O_CLOEXEC);
-    const bool bWritten = hFile >= 0 && write(hFile, strLine.data(), strLine.size()) ==
-                                            static_cast<ssize_t>(strLine.size());
-    const std::string strError = ErrorText(pszPath);
-    close(hFile);
-    if (!bWritten)
-    {
-        throw CNetworkRefused(strError);
-    }
-}
-
-// A new network. Without the right to one, first a user namespace in which this process has it.
-void LeaveNetwork()
-{
-    if (unshare(CLONE_NEWNET) == 0)
-    {
-        return;
-    }
-    const std::string strUser = std::to_string(geteuid());
-    const std::string strGroup = std::to_string(getegid());
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
-    {
-        throw CNetworkRefused(ErrorText("unshare"));
-    }
-    WriteLine("/proc/self/setgroups", "deny");
-    WriteLine("/proc/self/uid_map", "0 " + strUser + " 1");
-    WriteLine("/proc/self/gid_map", "0 " + strGroup + " 1");
-}
-
-int OpenNetwork()
-{
-    const int hNetwork = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-    if (hNetwork < 0)
-    {
-        throw CNetworkRefused(ErrorText("/proc/self/ns/net"));
-    }
-    return hNetwork;
 }
 
 // Names the descriptor on which a process in a network of its own reports that it was refused.
@@ -187,8 +147,8 @@ void RunInOwnNetwork(const std::function<void()>& fnTest)
 void UseLoopbackWithPorts(unsigned short wFirst, unsigned short wLast)
 {
     Ip({"link", "set", "lo", "up"});
-    WriteLine("/proc/sys/net/ipv4/ip_local_port_range",
-              std::to_string(wFirst) + " " + std::to_string(wLast));
+    const std::string strPorts = std::to_string(wFirst) + " " + std::to_string(wLast);
+    WriteLine("/proc/sys/net/ipv4/ip_local_port_range", strPorts.c_str());
 }
 
 COwnNetwork::COwnNetwork()
@@ -197,10 +157,7 @@ COwnNetwork::COwnNetwork()
     m_hNear = OpenNetwork();
     LeaveNetwork();
     m_hFar = OpenNetwork();
-    if (setns(m_hNear, CLONE_NEWNET) != 0)
-    {
-        throw CNetworkRefused(ErrorText("setns"));
-    }
+    EnterNetwork(m_hNear);
     const std::string strFar =
         "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_hFar);
     Ip({"link", "add", "near", "type", "veth", "peer", "name", "far"});
@@ -234,13 +191,7 @@ void COwnNetwork::SetFarUp(bool bUp) const
 
 void COwnNetwork::AtFarEnd(const std::function<void()>& fnCall) const
 {
-    if (setns(m_hFar, CLONE_NEWNET) != 0)
-    {
-        throw CNetworkRefused(ErrorText("setns"));
-    }
+    EnterNetwork(m_hFar);
     fnCall();
-    if (setns(m_hNear, CLONE_NEWNET) != 0)
-    {
-        throw CNetworkRefused(ErrorText("setns"));
-    }
+    EnterNetwork(m_hNear);
 }

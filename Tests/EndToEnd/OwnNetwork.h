@@ -2,21 +2,13 @@
 #define OSPREY_TESTS_OWNNETWORK_H
 
 #include <functional>
-#include <stdexcept>
-#include <string>
-#include <vector>
+
+#include "Namespaces.h"
 
 // Runs a part of a test, all of it, in a process that has a network of its own, and the test fails
 // with it. Where the machine does not allow that, skips the test and says what was refused.
 // Everything is gone when the process has ended.
 void RunInOwnNetwork(const std::function<void()>& fnTest);
-
-// What the machine does not allow.
-class CNetworkRefused final : public std::runtime_error
-{
-public:
-    using std::runtime_error::runtime_error;
-};
 
 // Brings loopback up in the network that the process is in, and leaves the system only these ports
 // to choose from. REQUIRES: inside RunInOwnNetwork. Throws CNetworkRefused.
