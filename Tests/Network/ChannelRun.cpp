@@ -22,13 +22,14 @@ const int ENOUGH = 50;  // packets
 // The server keeps 2,048 packets of a channel: more than come while any connection outlives a cut.
 const milliseconds PUT_PAUSE(40);
 
-// A packet that says what it is: channel, number, and as many bytes as the number asks for.
+// A packet that says what it is: channel, number, and as many bytes as the number asks for; few
+// enough that what a cut holds up is through the link in a moment.
 std::string Packet(unsigned int dwChannel, unsigned int dwNumber)
 {
     std::string strPacket(sizeof dwChannel + sizeof dwNumber, '\0');
     memcpy(&strPacket[0], &dwChannel, sizeof dwChannel);
     memcpy(&strPacket[sizeof dwChannel], &dwNumber, sizeof dwNumber);
-    strPacket.resize(strPacket.size() + dwNumber * 37 % 1400,
+    strPacket.resize(strPacket.size() + (dwNumber % 20 == 0 ? 1400 : dwNumber * 37 % 211),
                      static_cast<char>(static_cast<unsigned char>(dwChannel * 59 + dwNumber)));
     return strPacket;
 }
@@ -57,6 +58,12 @@ public:
     CPutter(const CPutter&) = delete;
     CPutter& operator=(const CPutter&) = delete;
 
+    // The number that the next packet of channel 1 has.
+    unsigned int GetNext() const
+    {
+        return m_dwNumbers[0];
+    }
+
 private:
     // A packet of a channel that nobody has opened yet is put again.
     void Put(const CFarServer& server)
@@ -72,7 +79,7 @@ private:
         }
     }
 
-    unsigned int m_dwNumbers[CHANNELS] = {};
+    std::atomic<unsigned int> m_dwNumbers[CHANNELS] = {};
     std::atomic<bool> m_bStop{false};
     std::thread m_thread;
 };
@@ -117,19 +124,20 @@ public:
             m_events.Add(dwNumber < dwNext ? "out of order" : "gap");
         }
         dwNext = dwNumber + 1;
-        m_timeLast = Now();
+        m_dwNewest = m_dwNext[0];
         m_events.Add("packet");
     }
 
-    CTime GetLast() const
+    // The number after that of the last packet of channel 1.
+    unsigned int GetNext() const
     {
-        return m_timeLast;
+        return m_dwNewest;
     }
 
 private:
     CEvents& m_events;
     unsigned int m_dwNext[CHANNELS] = {};
-    std::atomic<CTime> m_timeLast{CTime()};
+    std::atomic<unsigned int> m_dwNewest{0};
 };
 
 class CChannelRun
@@ -154,7 +162,7 @@ public:
         {
             if (m_setting.IsCut())
             {
-                CutAndJoin();
+                CutAndJoin(putter);
             }
             WaitForPackets(m_events.Count("packet") + ENOUGH, "after all");
         }
@@ -182,7 +190,9 @@ private:
         }
     }
 
-    void CutAndJoin()
+    // What counts is a packet that was put when the link was whole again: a connection that the
+    // server has given up may still deliver older ones.
+    void CutAndJoin(const CPutter& putter)
     {
         m_link.Cut();
         m_timeCut = Now();
@@ -194,8 +204,9 @@ private:
                            });
         m_link.Join();
         const CTime timeJoin = Now();
+        const unsigned int dwFresh = putter.GetNext();
         const bool bBack = m_events.WaitUntil(timeJoin + seconds(WATCH_SECONDS),
-                                              [&] { return m_reader.GetLast() > timeJoin; });
+                                              [&] { return m_reader.GetNext() > dwFresh; });
         if (bBack)
         {
             m_outcome.m_dBack = SecondsBetween(timeJoin, Now());

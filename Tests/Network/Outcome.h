@@ -18,7 +18,7 @@ struct COutcome
     double m_dSeconds = -1;     // from the start to that
     double m_dClientKnew = -1;  // from the cut until the client's host was told of a loss
     double m_dServerKnew = -1;  // from the cut until the server gave the connection up
-    double m_dBack = -1;        // from the link's return until the first packet, channels
+    double m_dBack = -1;  // from the link's return until the first packet put after it, channels
     std::vector<std::string> m_violations;
 };
 
