@@ -212,8 +212,9 @@ private:
             m_outcome.m_dBack = SecondsBetween(timeJoin, Now());
         }
         m_outcome.Forbid(!bBack, "no packet came any more");
-        m_outcome.Forbid(m_outcome.m_dBack > MUST_BE_BACK_SECONDS,
-                         "packets come again too long after the link");
+        const double dMost =
+            m_setting.m_nLoss > 0 ? MUST_BE_BACK_LOSSY_SECONDS : MUST_BE_BACK_SECONDS;
+        m_outcome.Forbid(m_outcome.m_dBack > dMost, "packets come again too long after the link");
         if (m_setting.m_nCutSeconds > MUST_KNOW_SECONDS)
         {
             ForbidServerUnaware();
