@@ -275,17 +275,3 @@ COutcome RunFile(const CSetting& setting, CLink& link)
 {
     return CFileRun(setting, link).Run();
 }
-
-void ForbidIdleFaults(const CSetting& setting, CLink& link, COutcome& outcome)
-{
-    const auto fnCheck = [&](bool bAsked, const char* pszWhat)
-    {
-        outcome.Forbid(bAsked && link.Count(pszWhat) == 0,
-                       std::string("the link had no packet ") + pszWhat);
-    };
-    fnCheck(setting.m_nLoss > 0, "lost");
-    fnCheck(setting.m_nReorder > 0, "reordered");
-    fnCheck(setting.m_nDuplicate > 0, "duplicated");
-    fnCheck(setting.m_nCorrupt > 0, "corrupted");
-    fnCheck(setting.IsCut(), "cut");
-}

@@ -22,7 +22,8 @@ COutcome RunFile(const CSetting& setting, CLink& link);
 // Two channels. Every packet must come as it was put, in order, none missing on a connection.
 COutcome RunChannel(const CSetting& setting, CLink& link);
 
-// What the setting asks of the link must have happened in the run, or it has shown nothing.
+// What the setting asks of the link must have happened in the run, or it has shown nothing; unless
+// so few packets passed that chance may have spared them.
 void ForbidIdleFaults(const CSetting& setting, CLink& link, COutcome& outcome);
 
 #endif
