@@ -8,8 +8,9 @@
 // How long either side of a link that was cut for good may take to notice: the server ends a
 // connection after 30 silent seconds, a client sends every 5 seconds and hears nothing for it.
 const double MUST_KNOW_SECONDS = 35;
-// How soon after the return of the link packets must come again; later where the first ones may be
-// lost, since TCP takes a second to repeat the first packet of a connection.
+// How soon after the return of the link packets must come again, besides four times its delay: what
+// says that the link is back, and what it held up, take a way each, there and back. Later where the
+// first ones may be lost, since TCP takes a second to repeat the first packet of a connection.
 const double MUST_BE_BACK_SECONDS = 2;
 const double MUST_BE_BACK_LOSSY_SECONDS = 4;
 // How long a run that neither ends nor breaks is watched, from the link's return or the cut for
