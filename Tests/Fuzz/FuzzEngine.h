@@ -1,0 +1,27 @@
+#ifndef OSPREY_TESTS_FUZZENGINE_H
+#define OSPREY_TESTS_FUZZENGINE_H
+
+#include "IOEngine.h"
+
+// An engine whose loop the target runs itself, a few passes at a time, and which never waits.
+class CFuzzEngine final : public CIOEngine
+{
+public:
+    using CIOEngine::m_timerHeap;
+
+    void RunPasses(int nPasses);
+
+    void ProcessDeferredHandlers() override;
+
+private:
+    int m_nLeft = 0;
+    CDeferredHandler m_keepGoing;  // as long as it is queued, no wait blocks
+};
+
+// From now on what the library prints is dropped.
+void DropOutput();
+
+// The number that the next descriptor gets: it grows when one is left open.
+int GetNextDescriptor();
+
+#endif
