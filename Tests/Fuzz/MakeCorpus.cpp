@@ -12,6 +12,8 @@
 namespace
 {
 
+const int EVENTS = 7;  // of HostileServer.h
+
 std::filesystem::path g_folder;
 
 std::string Bytes(std::initializer_list<int> bytes)
@@ -90,7 +92,7 @@ void WriteServerSeeds()
          strCancelled, strChannels, Wire::Keep() + Wire::Brow() + Wire::Ochs({1}),
          Wire::Brow() + Wire::PacketWithSize("UPFB", 0x20000, "x")},
         {Bytes({1, 0, 0}), Bytes({4 + 32, 1, 2}), Bytes({8 + 16 + 64, 1, 1}),
-         Bytes({2 + 96 + 128, 7, 3})});
+         Bytes({2 + 96 + 128, 7, 3}), Bytes({1 + 96, 0, 8 + 2})});
 }
 
 void WriteFramingSeeds()
@@ -125,6 +127,69 @@ void WriteNamesSeeds()
     }
 }
 
+// Three files, or none; no event, or each of them before the third reply.
+std::vector<std::string> GetClientHeads(const std::string& strHost)
+{
+    std::vector<std::string> heads = {strHost + Bytes({9, 0, 0, 1}),
+                                      Bytes({3}) + strHost.substr(1) + Bytes({1, 0, 0, 0})};
+    heads.resize(heads.size() + EVENTS);
+    for (int nEvent = 0; nEvent < EVENTS; ++nEvent)
+    {
+        heads[heads.size() - 1 - static_cast<size_t>(nEvent)] =
+            strHost + Bytes({1, nEvent, 2, nEvent % 3});
+    }
+    return heads;
+}
+
+// What a server answers to an upload of a file under this id; the name had 1.
+std::string TakeUpload(uint32_t dwID, uint64_t ullOffset = 0)
+{
+    return Wire::Upfr(dwID, 0, ullOffset) + Wire::Result("UPBR", dwID, 0) +
+           Wire::Result("UPBR", dwID, 0) + Wire::Result("UPBR", dwID, 0) +
+           Wire::Result("UPBR", dwID, 0);
+}
+
+void WriteSubmitSeeds()
+{
+    const std::string strNamed = Wire::Result("NAMR", 1, 0);
+    WriteAll(
+        "SubmitClient",
+        {strNamed + TakeUpload(2) + TakeUpload(3) + Wire::Result("CDRT", 4, 0),
+         strNamed + TakeUpload(2, 5) + TakeUpload(2) + Wire::Result("DTRT", 4, 0),
+         strNamed + Wire::Upfr(2, 6, 0) + TakeUpload(3, 1ULL << 63) + Wire::Result("CDRT", 4, 8),
+         Wire::Result("NAMR", 1, 4), strNamed + Wire::Result("UPBR", 2, 0) + TakeUpload(2)},
+        GetClientHeads(Bytes({0, 3, 1, 0, 4})));
+}
+
+// A server's answer to a download of so many bytes.
+std::string GiveDownload(uint32_t dwID, size_t nSize, size_t nGiven)
+{
+    return Wire::Dfrt(dwID, 0, nSize, 1) + Wire::Dfrb(dwID, std::string(nGiven, 'g')) +
+           Wire::Dfrb(dwID, "");
+}
+
+void WriteDownloadSeeds()
+{
+    const std::string strNamed = Wire::Result("NAMR", 1, 0);
+    WriteAll("DownloadClient",
+             {strNamed + GiveDownload(2, 100, 100) + GiveDownload(3, 5, 50) + GiveDownload(4, 0, 0),
+              strNamed + GiveDownload(2, 300, 100) + GiveDownload(2, 30, 100),
+              strNamed + Wire::Dfrt(2, 5, 0, 0) + Wire::Dfrb(3, "early") + GiveDownload(3, 9, 9) +
+                  Wire::Dfrt(4, 1, 0, 0),
+              strNamed + Wire::PacketWithSize("DFRB", 0x7FFFFFFF, "large")},
+             GetClientHeads(Bytes({0, 3, 3, 9, 3 + 12})));
+}
+
+void WriteChannelSeeds()
+{
+    WriteAll("ChannelClient",
+             {Wire::Cpkt(1, "one") + Wire::Cpkt(2, "") + Wire::Cpkt(77, std::string(1500, 'c')),
+              Wire::Cpkt(1, "one") + Wire::PacketWithSize("CPKT", 2, "ab") + Wire::Cpkt(1, "two") +
+                  Wire::Keep() + Wire::Cpkt(3, "three") + Wire::Cpkt(4, "four"),
+              Wire::PacketWithSize("CPKT", 0xFFFFFFFF, "large")},
+             GetClientHeads(Bytes({0, 3})));
+}
+
 }  // namespace
 
 int main(int nArguments, char* pszArguments[])
@@ -137,5 +202,8 @@ int main(int nArguments, char* pszArguments[])
     WriteFramingSeeds();
     WriteNamesSeeds();
     WriteServerSeeds();
+    WriteSubmitSeeds();
+    WriteDownloadSeeds();
+    WriteChannelSeeds();
     return 0;
 }

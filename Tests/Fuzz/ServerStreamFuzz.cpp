@@ -3,12 +3,13 @@
 // those of a folder of its own.
 //
 // Input: what the host and the peer do beside the stream; the rule of the pieces; how much time
-// passes after each; the stream.
+// passes after each and while the server works; the stream.
 
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "FuzzEngine.h"
@@ -48,6 +49,7 @@ enum FUZZ_END : unsigned int
 };
 
 bool g_bLocalPeer = false;
+bool g_bSlow = false;  // a millisecond passes whenever the server looks how long it has worked
 
 class CFuzzCore final : public COspreyServer
 {
@@ -80,6 +82,13 @@ struct CFuzzServer
         m_core.CloseHostRequests();
     }
 
+    std::chrono::steady_clock::time_point GetNow()
+    {
+        m_clock.Advance(g_bSlow ? 1 : 0);
+        return std::chrono::steady_clock::time_point(
+            std::chrono::milliseconds(m_clock.GetWallMs()));
+    }
+
     CTestClock m_clock;
     // A timer due within a millisecond is slept for: that clock stands still.
     CReplacedCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> m_noSleep{
@@ -88,6 +97,12 @@ struct CFuzzServer
     CFuzzHost m_host;
     CFuzzCore m_core{&m_engine, &m_host};
 };
+
+CFuzzServer& GetServer()
+{
+    static CFuzzServer server;
+    return server;
+}
 
 class CConnection
 {
@@ -106,6 +121,7 @@ private:
     void PutPackets();
     void Drain();
     void End();
+    void EndAll();
     void RequireNothingLeft();
 
     CFuzzServer& m_server;
@@ -195,9 +211,7 @@ void CConnection::End()
             break;
         case END_ALL:
             Drain();
-            m_server.m_core.EndAllNow();
-            m_server.m_core.CloseHostRequests();
-            Require(m_server.m_core.Create(CSocketAddress(INADDR_LOOPBACK, 0), 1), "it restarts");
+            EndAll();
             break;
         default:
             break;
@@ -206,6 +220,19 @@ void CConnection::End()
     m_server.m_engine.RunPasses(PASSES);
     m_server.m_clock.Advance(BEYOND_KEEP_ALIVE_MS);
     m_server.m_engine.RunPasses(PASSES);
+}
+
+// In the loop, or without one as after the worker's end; then as for the next start.
+void CConnection::EndAll()
+{
+    if (Has(FLAG_PROGRESS))
+    {
+        m_server.m_core.EndAll();
+        m_server.m_engine.RunPasses(PASSES);
+    }
+    m_server.m_core.EndAllNow();
+    m_server.m_core.CloseHostRequests();
+    Require(m_server.m_core.Create(CSocketAddress(INADDR_LOOPBACK, 0), 1), "a server restarts");
 }
 
 void CConnection::RequireNothingLeft()
@@ -227,6 +254,7 @@ void CConnection::Run(CFuzzInput& input)
     static const long long TIMES_MS[] = {0, 1, 101, 202, 1000, 4999, 29000, 31000};
     m_server.m_host.Begin(&m_server.m_core, Has(FLAG_PROGRESS), Has(FLAG_TERMINATE));
     g_bLocalPeer = m_cFlags / 128 != 0;
+    g_bSlow = m_cTime / 8 % 2 != 0;
     const int hNext = GetNextDescriptor();
     Connect();
     for (CPieces pieces(m_cRule, input.TakeRest()); !pieces.IsEmpty(); ++m_nPieces)
@@ -262,11 +290,19 @@ extern "C"
     }
 }
 
+// What std::chrono::steady_clock::now() is to the library.
+std::chrono::steady_clock::time_point SteadyNow() asm(
+    "__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+
+std::chrono::steady_clock::time_point SteadyNow()
+{
+    return GetServer().GetNow();
+}
+
 int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
-    static CFuzzServer s_server;
     CFuzzInput input(pData, nSize);
-    CConnection connection(s_server, input);
+    CConnection connection(GetServer(), input);
     connection.Run(input);
     return 0;
 }
