@@ -99,9 +99,9 @@ void Run(CFuzzInput& input)
 int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
     DropOutput();
-    const int hNext = GetNextDescriptor();
+    const int nDescriptors = CountOpenDescriptors();
     CFuzzInput input(pData, nSize);
     Run(input);
-    Require(GetNextDescriptor() == hNext, "no descriptor is left open");
+    Require(CountOpenDescriptors() == nDescriptors, "no descriptor is left open");
     return 0;
 }

@@ -149,7 +149,7 @@ void RunFileClient(CFuzzInput& input, CClient* (*pfnCreate)(CCallback*),
     static CFuzzRoot s_root;
     static unsigned short s_name[] = {'d', 'e', 'v', 'i', 'c', 'e', 0};
     DropOutput();
-    const int hNext = GetNextDescriptor();
+    const int nDescriptors = CountOpenDescriptors();
     {
         CFileFuzzHost<CCallback> host(s_root, input);
         CHostileServer server(input);
@@ -165,7 +165,7 @@ void RunFileClient(CFuzzInput& input, CClient* (*pfnCreate)(CCallback*),
             pClient->Release();
         }
     }
-    Require(GetNextDescriptor() == hNext, "no descriptor is left open");
+    Require(CountOpenDescriptors() == nDescriptors, "no descriptor is left open");
     s_root.Restore();
 }
 

@@ -1,8 +1,9 @@
 #include "FuzzEngine.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <poll.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
 #include "FuzzInput.h"
@@ -30,9 +31,14 @@ void DropOutput()
     Require(bDropped, "there is a /dev/null");
 }
 
-int GetNextDescriptor()
+int CountOpenDescriptors()
 {
-    const int h = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-    close(h);
-    return h;
+    std::array<pollfd, 128> fds{};
+    for (size_t i = 0; i < fds.size(); ++i)
+    {
+        fds[i].fd = static_cast<int>(i);
+    }
+    poll(fds.data(), fds.size(), 0);
+    return static_cast<int>(std::count_if(
+        fds.begin(), fds.end(), [](const pollfd& fd) { return (fd.revents & POLLNVAL) == 0; }));
 }

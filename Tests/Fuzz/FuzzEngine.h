@@ -21,7 +21,7 @@ private:
 // From now on what the library prints is dropped.
 void DropOutput();
 
-// The number that the next descriptor gets: it grows when one is left open.
-int GetNextDescriptor();
+// How many of the lowest 128 descriptors are open; new ones come lowest first.
+int CountOpenDescriptors();
 
 #endif

@@ -157,7 +157,8 @@ void WriteSubmitSeeds()
         {strNamed + TakeUpload(2) + TakeUpload(3) + Wire::Result("CDRT", 4, 0),
          strNamed + TakeUpload(2, 5) + TakeUpload(2) + Wire::Result("DTRT", 4, 0),
          strNamed + Wire::Upfr(2, 6, 0) + TakeUpload(3, 1ULL << 63) + Wire::Result("CDRT", 4, 8),
-         Wire::Result("NAMR", 1, 4), strNamed + Wire::Result("UPBR", 2, 0) + TakeUpload(2)},
+         Wire::Result("NAMR", 1, 4), strNamed + Wire::Result("UPBR", 2, 0) + TakeUpload(2),
+         strNamed + Wire::Upfr(2, 0, 5) + TakeUpload(2)},
         GetClientHeads(Bytes({0, 3, 1, 0, 4})));
 }
 

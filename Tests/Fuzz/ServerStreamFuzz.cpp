@@ -255,7 +255,7 @@ void CConnection::Run(CFuzzInput& input)
     m_server.m_host.Begin(&m_server.m_core, Has(FLAG_PROGRESS), Has(FLAG_TERMINATE));
     g_bLocalPeer = m_cFlags / 128 != 0;
     g_bSlow = m_cTime / 8 % 2 != 0;
-    const int hNext = GetNextDescriptor();
+    const int nDescriptors = CountOpenDescriptors();
     Connect();
     for (CPieces pieces(m_cRule, input.TakeRest()); !pieces.IsEmpty(); ++m_nPieces)
     {
@@ -273,7 +273,7 @@ void CConnection::Run(CFuzzInput& input)
     }
     End();
     RequireNothingLeft();
-    Require(GetNextDescriptor() == hNext, "no descriptor is left open");
+    Require(CountOpenDescriptors() == nDescriptors, "no descriptor is left open");
 }
 
 }  // namespace
