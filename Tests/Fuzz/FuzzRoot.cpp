@@ -17,8 +17,6 @@ const size_t SMALL_SIZE = 10;
 const size_t LARGE_SIZE = 70000;
 const size_t LONG_NAME_SIZE = 5000;
 
-const char MEMORY_FOLDER[] = "/dev/shm";
-
 // What has to be removed to be rid of the place.
 const char* GetFirstPart(unsigned int dwPlace)
 {
@@ -32,10 +30,7 @@ const char* GetFirstPart(unsigned int dwPlace)
 
 CFuzzRoot::CFuzzRoot()
 {
-    const bool bMemory = access(MEMORY_FOLDER, W_OK) == 0;
-    m_strPath =
-        (bMemory ? std::string(MEMORY_FOLDER) : std::filesystem::temp_directory_path().string()) +
-        "/osprey-fuzz-XXXXXX";
+    m_strPath = (std::filesystem::temp_directory_path() / "osprey-fuzz-XXXXXX").string();
     Require(mkdtemp(m_strPath.data()) != nullptr, "a folder can be made");
     m_dwChanged = (1U << PLACE_COUNT) - 1;
     Restore();

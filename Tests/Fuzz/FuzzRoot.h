@@ -21,7 +21,8 @@ enum FUZZ_PLACE
     PLACE_COUNT
 };
 
-// A folder of its own, in memory where there is such a place; goes with the process.
+// A folder of its own among the temporary files; goes with the process, but not with one that
+// aborts.
 class CFuzzRoot
 {
 public:
