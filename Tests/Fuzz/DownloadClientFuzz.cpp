@@ -6,6 +6,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
     CFuzzInput input(pData, nSize);
     RunFileClient(input, &CreateDownloadFileClient, &IDownloadFileClient::StartFileDownload,
-                  &IDownloadFileClient::StopFileDownload, false);
+                  &IDownloadFileClient::StopFileDownload, true);
     return 0;
 }

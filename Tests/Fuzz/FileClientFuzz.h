@@ -58,7 +58,7 @@ public:
     void OnProgress(unsigned int dwPercent) override
     {
         Require(m_bInFile, "progress is that of a file");
-        Require(m_bMayRepeat || dwPercent <= 100, "no file comes to more than all of it");
+        Require(dwPercent <= 100, "no file comes to more than all of it");
         CountCall();
     }
     void OnFileCompleted() override
@@ -73,8 +73,8 @@ public:
 
     // To be set before the start: releases the client.
     std::function<void()> m_fnRelease;
-    // Whether a server may make the client begin a file again, as an upload does.
-    bool m_bMayRepeat = false;
+    // Whether the local file is what the client writes: a download.
+    bool m_bWritesFile = false;
 
 private:
     void CountCall()
@@ -131,7 +131,7 @@ void CFileFuzzHost<CCallback>::EndFile(bool bComplete)
 {
     Require(m_bInFile && !m_bOver, "a file that was handed out ends, and once");
     m_bInFile = false;
-    if (!m_bMayRepeat && m_dwPlace == PLACE_NEW)
+    if (m_bWritesFile && m_dwPlace == PLACE_NEW)
     {
         Require((access(m_strLocalPath.c_str(), F_OK) == 0) == bComplete,
                 "a file is there when it is complete, and only then");
@@ -144,7 +144,7 @@ template <class CClient, class CCallback>
 void RunFileClient(CFuzzInput& input, CClient* (*pfnCreate)(CCallback*),
                    Orb_BOOL (CClient::*pfnStart)(unsigned short*, unsigned int, unsigned int,
                                                  unsigned short, unsigned int),
-                   Orb_BOOL (CClient::*pfnStop)(), bool bMayRepeat)
+                   Orb_BOOL (CClient::*pfnStop)(), bool bWritesFile)
 {
     static CFuzzRoot s_root;
     static unsigned short s_name[] = {'d', 'e', 'v', 'i', 'c', 'e', 0};
@@ -155,7 +155,7 @@ void RunFileClient(CFuzzInput& input, CClient* (*pfnCreate)(CCallback*),
         CHostileServer server(input);
         CClient* pClient = pfnCreate(&host);
         host.m_fnRelease = [&] { std::exchange(pClient, nullptr)->Release(); };
-        host.m_bMayRepeat = bMayRepeat;
+        host.m_bWritesFile = bWritesFile;
         if ((pClient->*pfnStart)(s_name, 0, INADDR_LOOPBACK, 1, 1000) != 0)
         {
             server.WaitForEnd([&] { (pClient->*pfnStop)(); });

@@ -6,6 +6,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize)
 {
     CFuzzInput input(pData, nSize);
     RunFileClient(input, &CreateSubmitFileClient, &ISubmitFileClient::StartFileSubmit,
-                  &ISubmitFileClient::StopFileSubmit, true);
+                  &ISubmitFileClient::StopFileSubmit, false);
     return 0;
 }

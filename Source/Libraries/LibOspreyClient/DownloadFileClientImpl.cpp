@@ -1,5 +1,6 @@
 #include "DownloadFileClientImpl.h"
 
+#include <algorithm>
 #include <climits>
 
 #include "ConvertUTF.h"
@@ -155,9 +156,10 @@ void CDownloadFileClientImpl::CountReceived(long long llSize)
     }
     if (m_llTotalSize != 0)
     {
-        // A negative start offset is the host's own doing: no progress until it is passed.
+        // A negative start offset is the host's own doing: no progress until it is passed. With a
+        // size beyond all numbers both are negative, and nothing follows from them.
         const double dPercent =
             static_cast<double>(m_llReceived) * 100.0 / static_cast<double>(m_llTotalSize);
-        m_pCallback->OnProgress(dPercent > 0 ? static_cast<unsigned int>(dPercent) : 0);
+        m_pCallback->OnProgress(static_cast<unsigned int>(std::clamp(dPercent, 0.0, 100.0)));
     }
 }

@@ -279,5 +279,6 @@ void CSubmitFileClientImpl::ReportProgress()
 {
     const double dPercent =
         static_cast<double>(m_llBytesRead) * 100.0 / static_cast<double>(m_llFileSize);
-    m_pCallback->OnProgress(static_cast<unsigned int>(dPercent));
+    // More than all: a file that grows, or a peer that has it sent again.
+    m_pCallback->OnProgress(static_cast<unsigned int>(std::min(dPercent, 100.0)));
 }
