@@ -53,6 +53,7 @@ public:
         EXPECT_TRUE(m_pServer->Startup(0, m_wPort));
         EXPECT_TRUE(m_peer.Connect(m_wPort));
         m_peer.Send(Wire::Brow());
+        ExpectAnswer();  // everything sent so far has been read
     }
     ~CServerOnLoops()
     {

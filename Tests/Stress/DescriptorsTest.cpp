@@ -39,6 +39,17 @@ protected:
         EXPECT_EQ(Wire::WithoutVersion(peer.ReceivePacket()),
                   Wire::WithoutVersion(Wire::Result("CDRT", 7, 0)));
     }
+    // The server notices an end in its own time.
+    void WaitForDescriptors(int nAtMost)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(WAIT_MS);
+        while (m_server.GetDescriptors(DESCRIPTORS) > nAtMost)
+        {
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline)
+                << "waited in vain for descriptors to be free";
+            std::this_thread::yield();
+        }
+    }
     // Newcomers keep coming for a while; returns the share of a processor that the server takes.
     double MeasureRefusing()
     {
@@ -82,6 +93,7 @@ TEST_F(NoDescriptors, NewcomersAreTurnedAwayAndThoseWhoAreThereAreServed)
     }
     peers.pop_back();
     peers.pop_back();
+    WaitForDescriptors(DESCRIPTORS - 2);
     CRawSocket late = Browse();
     ExpectServed(late);
 }
