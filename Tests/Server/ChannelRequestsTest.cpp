@@ -258,6 +258,26 @@ TEST_F(ChannelRequests, The65thChannelLeftBehindIsRefused)
     }
 }
 
+TEST_F(ChannelRequests, ChannelsLeftBehindByThoseWhoHaveGoneDoNotKeepNewOnesOut)
+{
+    for (unsigned int i = 0; i < 4096; i += 64)
+    {
+        CPeer peer = Connect();
+        for (unsigned int j = i; j < i + 64; ++j)
+        {
+            Deliver(peer, Wire::Ochs({j}));
+        }
+        Deliver(peer, Wire::Ochs({}));
+        End(peer);
+    }
+    EXPECT_EQ(GetStore().m_mapChannels.size(), 4096U);
+    CPeer peer = Open({5000, 5001});
+    PutNumbers({5000, 5001}, 1);
+    Pass(101);
+    EXPECT_EQ(Receive(peer, 2), "5000.0 5001.0");
+    EXPECT_EQ(GetStore().m_mapChannels.size(), 4096U);
+}
+
 TEST_F(ChannelRequests, ListThatWouldLeaveMoreThan64BehindIsRefusedAsAWhole)
 {
     CPeer peer = Connect();

@@ -278,6 +278,35 @@ TEST_F(ChannelPacketServer, Channel4097IsRefused)
     EXPECT_EQ(m_store.m_mapChannels.size(), MAX_CHANNELS);
 }
 
+TEST_F(ChannelPacketServer, FullStoreGivesTheRoomOfAChannelThatEverybodyHasLeft)
+{
+    Fill(100);
+    m_store.AddChannel(105);
+    m_store.LeaveChannel(105, 1);
+    EXPECT_FALSE(m_store.AddChannel(7)) << "somebody is left there";
+    m_store.LeaveChannel(105, 2);
+    EXPECT_EQ(Put(105, "a"), 0U) << "it stays until it is needed";
+    EXPECT_TRUE(m_store.AddChannel(7));
+    EXPECT_EQ(Put(105, "b"), 5U);
+    EXPECT_EQ(m_store.m_mapChannels.size(), MAX_CHANNELS);
+    EXPECT_FALSE(m_store.AddChannel(8));
+}
+
+TEST_F(ChannelPacketServer, LeaveForgetsThePositionAndKeepsTheUser)
+{
+    m_store.AddChannel(7, 1, 0);
+    Put(7, "a");
+    m_store.LeaveChannel(7, 1);
+    EXPECT_EQ(GetUsers(7), 1);
+    EXPECT_EQ(COpenPacketBuffer::GetPosition(*m_store.FindBuffer(7), 1),
+              COpenPacketBuffer::UNKNOWN_TASK);
+    m_store.LeaveChannel(8, 1);
+    EXPECT_EQ(m_store.m_mapChannels.size(), 1U);
+    m_store.AddChannel(7);
+    m_store.RemoveChannel(7, 2);
+    EXPECT_EQ(GetUsers(7), 1);
+}
+
 TEST_F(ChannelPacketServer, NoMemoryRegistersNothing)
 {
     int nSpared = -1;

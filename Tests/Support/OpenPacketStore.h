@@ -33,7 +33,7 @@ public:
     using CChannelPacketBuffer::m_mapTasks;
     using CChannelPacketBuffer::m_ppSlots;
 
-    static const unsigned int UNKNOWN_TASK = 0xFFFFFFFF;
+    static constexpr unsigned int UNKNOWN_TASK = 0xFFFFFFFF;
 
     static unsigned int GetCount(const CChannelPacketBuffer& buffer)
     {

@@ -268,6 +268,18 @@ long long CChannelPacketBuffer::RemoveRef()
     return --m_llUsers;
 }
 
+void CChannelPacketBuffer::Leave()
+{
+    const CAutoSectionLock lock(m_csUsers);
+    ++m_llLeft;
+}
+
+bool CChannelPacketBuffer::IsLeft()
+{
+    const CAutoSectionLock lock(m_csUsers);
+    return m_llLeft >= m_llUsers;
+}
+
 CChannelPacketItem* CChannelPacketBuffer::AllocChannelPacket()
 {
     const CAutoSectionLock lock(m_csData);

@@ -67,6 +67,9 @@ public:
     // Users of the channel; both return the new number. They take a lock of their own.
     long long AddRef();
     long long RemoveRef();
+    // One of the users has gone and stays counted. IsLeft: all of them have.
+    void Leave();
+    bool IsLeft();
 
     // The pool. An item is handed out without a reference; null without memory.
     CChannelPacketItem* AllocChannelPacket();
@@ -93,7 +96,8 @@ protected:
     long m_lLocalTask = -1;             // -1: none
     unsigned int m_dwItemsCreated = 0;  // ever
 
-    CItems m_listLive;  // items that are stored or out: nodes move between the lists
+    long long m_llLeft = 0;  // users who have gone; guarded as they are
+    CItems m_listLive;       // items that are stored or out: nodes move between the lists
 };
 
 #endif

@@ -75,7 +75,7 @@ CChannelPacketBuffer* CChannelPacketServer::FindBuffer(unsigned int dwChannel) c
 
 CChannelPacketBuffer* CChannelPacketServer::MakeBuffer(unsigned int dwChannel)
 {
-    if (m_mapChannels.size() >= MAX_CHANNELS)
+    if (m_mapChannels.size() >= MAX_CHANNELS && !MakeRoom())
     {
         return nullptr;
     }
@@ -94,6 +94,20 @@ CChannelPacketBuffer* CChannelPacketServer::MakeBuffer(unsigned int dwChannel)
         return nullptr;
     }
     return pBuffer.release();
+}
+
+// Peers leave channels behind that nobody ever removes; a full store would serve nobody new.
+bool CChannelPacketServer::MakeRoom()
+{
+    const auto it = std::find_if(m_mapChannels.begin(), m_mapChannels.end(),
+                                 [](const auto& channel) { return channel.second->IsLeft(); });
+    if (it == m_mapChannels.end())
+    {
+        return false;
+    }
+    delete it->second;
+    m_mapChannels.erase(it);
+    return true;
 }
 
 void CChannelPacketServer::RemoveChannel(unsigned int dwChannel, long lTask)
@@ -118,6 +132,16 @@ void CChannelPacketServer::RemoveTask(unsigned int dwChannel, long lTask)
     if (CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel))
     {
         pBuffer->RemoveTask(lTask);
+    }
+}
+
+void CChannelPacketServer::LeaveChannel(unsigned int dwChannel, long lTask)
+{
+    const CAutoSectionLock lock(m_cs);
+    if (CChannelPacketBuffer* pBuffer = FindBuffer(dwChannel))
+    {
+        pBuffer->RemoveTask(lTask);
+        pBuffer->Leave();
     }
 }
 

@@ -9,7 +9,8 @@
 #include "OspreyTypes.h"
 
 // The directory of channels: one buffer a number, there from the first AddChannel to the
-// RemoveChannel that matches the last one. A store holds 4,096 channels at most.
+// RemoveChannel that matches the last one. A store holds 4,096 channels at most. When it is full, a
+// channel whose users have all left it without that gives way to a new one.
 //
 // A task is any value that names one reader for its lifetime; -1 is not one.
 //
@@ -34,6 +35,8 @@ public:
     void RemoveChannel(unsigned int dwChannel, long lTask);
     // Forgets the task's position and nothing else.
     void RemoveTask(unsigned int dwChannel, long lTask);
+    // The same for a user who has gone for good, and whose registration stays.
+    void LeaveChannel(unsigned int dwChannel, long lTask);
     // Removes every channel, whoever uses it.
     void RemoveAll();
 
@@ -50,6 +53,7 @@ protected:
     CChannelPacketBuffer* AddUser(unsigned int dwChannel);
     CChannelPacketBuffer* FindBuffer(unsigned int dwChannel) const;
     CChannelPacketBuffer* MakeBuffer(unsigned int dwChannel);
+    bool MakeRoom();
 
     std::map<unsigned int, CChannelPacketBuffer*> m_mapChannels;
     CCriticalSection m_cs;

@@ -157,8 +157,9 @@ public:
     //   4  not stored: too large, null with a size, or out of memory
     //   5  not stored: nobody has opened this channel, or Startup was never called
     //
-    // A server holds 4,096 channels. A peer can fill it up with channels that it leaves behind, and
-    // further ones are then never opened (5) until the server starts again.
+    // A server holds 4,096 channels. Those that a peer leaves behind (it asks for others instead)
+    // stay, until they are needed for new ones after it has gone. While all of them are in use,
+    // further ones are not opened (5).
     //
     // Each connection looks for new packets when it has written all that it took before, or else
     // every 100 to 200 ms, and takes one of each of its channels in turn. A new reader begins with

@@ -1,5 +1,6 @@
 #include "WXSPChannelHandler.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -83,7 +84,8 @@ bool CWXSPChannelHandler::LeaveChannelsBehind()
     {
         return false;
     }
-    memcpy(m_dwLeftBehind + m_nLeftBehind, m_dwChannels, m_dwNumChannels * sizeof(m_dwChannels[0]));
+    std::copy_n(m_dwChannels, nChannels, m_dwLeftBehind + m_nLeftBehind);
+    std::copy_n(m_bAdded, nChannels, m_bLeftAdded + m_nLeftBehind);
     m_nLeftBehind += nChannels;
     return true;
 }
@@ -253,7 +255,14 @@ void CWXSPChannelHandler::OnShutdown()
     }
     for (int i = 0; i < m_nLeftBehind; ++i)
     {
-        m_pChannelPacketServer->RemoveTask(m_dwLeftBehind[i], GetTask());
+        if (m_bLeftAdded[i])
+        {
+            m_pChannelPacketServer->LeaveChannel(m_dwLeftBehind[i], GetTask());
+        }
+        else
+        {
+            m_pChannelPacketServer->RemoveTask(m_dwLeftBehind[i], GetTask());
+        }
     }
     m_nLeftBehind = 0;
     for (unsigned int i = 0; i < m_dwNumChannels; ++i)

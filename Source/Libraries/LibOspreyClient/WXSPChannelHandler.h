@@ -72,6 +72,7 @@ private:
 
     bool m_bAdded[WXSP_MAX_CHANNELS] = {};              // which of the channels are registered
     unsigned int m_dwLeftBehind[MAX_LEFT_BEHIND] = {};  // channels of earlier requests
+    bool m_bLeftAdded[MAX_LEFT_BEHIND] = {};            // which of those are registered
     int m_nLeftBehind = 0;
     CDLinkedList m_listOut;                        // buffers at the stream
     std::list<CChannelSimpleBuffer*> m_listSpare;  // one buffer at most, for the next packet
