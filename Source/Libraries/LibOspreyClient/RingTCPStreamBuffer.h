@@ -14,9 +14,8 @@
 // bytes to the start), and GetData copies the wrapped bytes into it so that a reader can run on.
 // For every i < m_nMirrorSize, byte N + i equals byte i.
 //
-// Ownership: owns its storage of 2N bytes: pages of their own, of which only those that were
-// written
-//            to take memory, and which go back to the system with the ring. Never cleared.
+// Ownership: owns its storage of 2N bytes: pages of their own, which take memory once they are
+//            written to and go back to the system with the ring. Never cleared.
 // Errors:    as CTCPStreamBuffer.
 class CRingTCPStreamBuffer : public CTCPStreamBuffer
 {
