@@ -72,7 +72,7 @@ protected:
     {
         const long nKiB = m_server.GetResidentKiB();
         printf("attack: %s %ld KiB, at the start %ld KiB\n", pszWhen, nKiB, m_nResidentKiB);
-        EXPECT_TRUE(nKiB <= m_nResidentKiB + SPARE_KIB || !MEMORY_CAN_BE_MEASURED);
+        EXPECT_TRUE(nKiB <= m_nResidentKiB + SPARE_KIB || IS_SANITIZED);
     }
 
     const size_t m_nCrowd = IsFullStress() ? 5000 : 504;

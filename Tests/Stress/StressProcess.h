@@ -5,11 +5,12 @@
 
 #include <string>
 
-// Figures from there mean nothing when a sanitizer keeps books beside the program.
+// A sanitizer keeps books beside the program, so that its memory tells nothing, and needs
+// descriptors of its own for that.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const bool MEMORY_CAN_BE_MEASURED = false;
+const bool IS_SANITIZED = true;
 #else
-const bool MEMORY_CAN_BE_MEASURED = true;
+const bool IS_SANITIZED = false;
 #endif
 
 // True when the environment asks for the full size (OSPREY_STRESS=full) instead of the everyday
