@@ -30,12 +30,11 @@ void Lay(bool bArmed)
 const char* GetName(FAULT_CALL eCall)
 {
     static const std::array<const char*, CALL_COUNT> names = {
-        "Allocate",      "Accept",      "Access",      "Bind",      "Chmod",      "Close",
-        "Connect",       "EpollAdd",    "EpollCreate", "EpollWait", "Eventfd",    "Fclose",
-        "Fcntl",         "Fopen",       "Fread",       "Fseek",     "Fwrite",     "Getpeername",
-        "Getsockname",   "Listen",      "Lstat",       "Mkdir",     "Open",       "Pipe",
-        "PthreadCreate", "Recv",        "Remove",      "Send",      "Setsockopt", "Shutdown",
-        "Socket",        "SocketError", "Stat",        "Write"};
+        "Allocate", "Accept",      "Access",    "Bind",        "Chmod",         "Close",  "Connect",
+        "EpollAdd", "EpollCreate", "EpollWait", "Eventfd",     "Fclose",        "Fcntl",  "Fopen",
+        "Fread",    "Fseek",       "Fwrite",    "Getpeername", "Getsockname",   "Listen", "Lstat",
+        "Mkdir",    "Mmap",        "Open",      "Pipe",        "PthreadCreate", "Recv",   "Remove",
+        "Send",     "Setsockopt",  "Shutdown",  "Socket",      "SocketError",   "Stat",   "Write"};
     return names[eCall];
 }
 

@@ -82,6 +82,7 @@ const CFailure FAILURES[] = {
     {CALL_MKDIR, EACCES, false},
     {CALL_MKDIR, ENOSPC, false},
     {CALL_MKDIR, EROFS, false},
+    {CALL_MMAP, ENOMEM, false},
     {CALL_OPEN, EMFILE, true},
     {CALL_OPEN, ENFILE, true},
     {CALL_OPEN, ENOMEM, true},

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
@@ -159,6 +160,16 @@ int Connect(int s, const sockaddr* pAddress, socklen_t nLength)
     return Fail(*pFault);
 }
 
+void* Map(void* p, size_t nSize, int nProtection, int nFlags, int h, off_t nOffset)
+{
+    if (const CFault* pFault = MeetFault(CALL_MMAP))
+    {
+        errno = pFault->nError;
+        return MAP_FAILED;
+    }
+    return g_callMmap64.Real(p, nSize, nProtection, nFlags, h, nOffset);
+}
+
 template <class Signature>
 void Stand(CSystemCall<Signature>& call, const std::function<Signature>& standIn)
 {
@@ -173,6 +184,7 @@ const bool g_bInstalled = []
     Stand(g_callPthreadCreate,
           std::function<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
               &StartThread));
+    Stand(g_callMmap64, std::function<void*(void*, size_t, int, int, int, off_t)>(&Map));
     CStandIn<int, sockaddr*, socklen_t*, int>::Put(g_callAccept4, CALL_ACCEPT);
     Stand(g_callConnect, std::function<int(int, const sockaddr*, socklen_t)>(&Connect));
     CStandIn<int>::Put(g_callEpollCreate1, CALL_EPOLL_CREATE);

@@ -6,6 +6,7 @@ extern "C"
     int __real_connect(int s, const sockaddr* pAddress, socklen_t nLength);
     int __real_epoll_create1(int nFlags);
     int __real_epoll_wait(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs);
+    void* __real_mmap64(void* p, size_t nSize, int nProtection, int nFlags, int h, off_t nOffset);
     int __real_pipe2(int* pnEnds, int nFlags);
     int __real_ppoll(pollfd* pFds, nfds_t nFds, const timespec* pTimeout, const sigset_t* pMask);
     int __real_pthread_create(pthread_t* pThread, const pthread_attr_t* pAttr,
@@ -19,6 +20,7 @@ CSystemCall<int(int, sockaddr*, socklen_t*, int)> g_callAccept4(&__real_accept4)
 CSystemCall<int(int, const sockaddr*, socklen_t)> g_callConnect(&__real_connect);
 CSystemCall<int(int)> g_callEpollCreate1(&__real_epoll_create1);
 CSystemCall<int(int, epoll_event*, int, int)> g_callEpollWait(&__real_epoll_wait);
+CSystemCall<void*(void*, size_t, int, int, int, off_t)> g_callMmap64(&__real_mmap64);
 CSystemCall<int(int*, int)> g_callPipe2(&__real_pipe2);
 CSystemCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> g_callPpoll(&__real_ppoll);
 CSystemCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)> g_callPthreadCreate(
@@ -47,6 +49,11 @@ extern "C"
     int __wrap_epoll_wait(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs)
     {
         return g_callEpollWait.Call(hEpoll, pEvents, nMaxEvents, nTimeoutMs);
+    }
+
+    void* __wrap_mmap64(void* p, size_t nSize, int nProtection, int nFlags, int h, off_t nOffset)
+    {
+        return g_callMmap64.Call(p, nSize, nProtection, nFlags, h, nOffset);
     }
 
     int __wrap_pipe2(int* pnEnds, int nFlags)

@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/epoll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -52,6 +53,7 @@ extern CSystemCall<int(int, sockaddr*, socklen_t*, int)> g_callAccept4;
 extern CSystemCall<int(int, const sockaddr*, socklen_t)> g_callConnect;
 extern CSystemCall<int(int)> g_callEpollCreate1;
 extern CSystemCall<int(int, epoll_event*, int, int)> g_callEpollWait;
+extern CSystemCall<void*(void*, size_t, int, int, int, off_t)> g_callMmap64;
 extern CSystemCall<int(int*, int)> g_callPipe2;
 extern CSystemCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> g_callPpoll;
 extern CSystemCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
+#include <cerrno>
 #include <climits>
 #include <fstream>
 
 #include "OpenRing.h"
+#include "SystemCalls.h"
 
 namespace
 {
@@ -249,6 +253,26 @@ TEST_F(RingTCPStreamBuffer, ClearEmptiesAndKeepsTheStorage)
     EXPECT_EQ(m_ring.m_nWritePos, 0);
     EXPECT_EQ(m_ring.m_nMirrorSize, 0);
     EXPECT_EQ(m_ring.GetFreeSize(), 8);
+}
+
+TEST_F(RingTCPStreamBuffer, WithoutMemoryThereIsNoRingAndAGrownOneStaysAsItWas)
+{
+    m_ring.Write("abc");
+    CRingTCPStreamBuffer other;
+    {
+        const CReplacedCall refused(g_callMmap64,
+                                    [](void*, size_t, int, int, int, off_t) -> void*
+                                    {
+                                        errno = ENOMEM;
+                                        return MAP_FAILED;
+                                    });
+        EXPECT_FALSE(other.Create(8));
+        EXPECT_FALSE(m_ring.Grow(16));
+    }
+    EXPECT_EQ(other.GetBufferSize(), 0);
+    EXPECT_TRUE(other.Create(8)) << "a refusal leaves nothing that is in the way";
+    EXPECT_EQ(m_ring.GetBufferSize(), 8);
+    EXPECT_EQ(m_ring.Peek(), "abc");
 }
 
 }  // namespace
