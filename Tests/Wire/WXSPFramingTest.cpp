@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Hex.h"
+#include "RawSocket.h"
 #include "WireRecords.h"
 
 namespace
@@ -192,6 +196,30 @@ TEST_F(WXSPFraming, ClientTakesPacketsThatAlmostFillTheRing)
         ASSERT_EQ(m_sink.m_packets.size(), 3U) << nSize;
         EXPECT_EQ(Hex(m_sink.m_packets[1]), Hex(strPacket));
     }
+}
+
+TEST_F(WXSPFraming, RequestBeyondAllSizesIsRefused)
+{
+    EXPECT_EQ(CreateRequest(UPFB, static_cast<size_t>(INT_MAX) - WXSP_HEADER_SIZE + 1), nullptr);
+    EXPECT_EQ(CreateRequest(UPFB, SIZE_MAX), nullptr);
+}
+
+// A size that was raised after the request was made would send what lies behind it.
+TEST_F(WXSPFraming, RequestThatClaimsMoreThanItHoldsIsNotSent)
+{
+    CIOEngine engine;
+    ASSERT_TRUE(engine.Create(1));
+    CSocketPair pair;
+    CTCPStream stream(&engine);
+    ASSERT_TRUE(stream.Attach(pair.m_near.Release(), true));
+    CSendBufferOwner buffersOut;
+    CRequestPtr pRequest = CreateRequest(UPFB, 8);
+    ++GetPacket(pRequest)->dwDataSize;
+    EXPECT_FALSE(SendRequest(buffersOut, stream, std::move(pRequest)));
+    EXPECT_TRUE(SendRequest(buffersOut, stream, CreateRequest(UPFB, 8)));
+    stream.InitiateDestroy();
+    EXPECT_FALSE(SendRequest(buffersOut, stream, CreateRequest(UPFB, 8))) << "on its way out";
+    stream.CompleteDestroy();
 }
 
 TEST_F(WXSPFraming, ClientGivesUpOnAPacketThatNoRingCanHold)
