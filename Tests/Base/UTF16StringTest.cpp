@@ -39,6 +39,36 @@ TEST(UTF16String, OrdersByUnsignedUnits)
     EXPECT_EQ(CUTF16String(ABC).compare(ABC), 0);
 }
 
+TEST(UTF16String, ComparesUpToTheFirstDifference)
+{
+    const unsigned short abd[] = {'a', 'b', 'd', 0};
+    EXPECT_LT(utf_traits::compare(ABC, abd, 3), 0);
+    EXPECT_GT(utf_traits::compare(abd, ABC, 3), 0);
+    EXPECT_EQ(utf_traits::compare(ABC, abd, 2), 0);
+    EXPECT_TRUE(utf_traits::lt(0x00FF, 0x0100));
+    EXPECT_FALSE(utf_traits::lt(0xFFFF, 0x0001)) << "units are unsigned";
+}
+
+TEST(UTF16String, CopyOfNothingNeedsNoPlace)
+{
+    EXPECT_EQ(utf_traits::copy(nullptr, nullptr, 0), nullptr);
+    unsigned short target[] = {7, 7};
+    const unsigned short empty[] = {0};
+    UTF16Copy(target, empty);
+    EXPECT_EQ(target[0], 0);
+    EXPECT_EQ(target[1], 7);
+}
+
+TEST(UTF16String, UnitsAndIntegersConvertBothWays)
+{
+    for (const unsigned int dwUnit : {0U, 0x41U, 0xD83DU, 0xFFFFU})
+    {
+        const unsigned short wUnit = utf_traits::to_char_type(dwUnit);
+        EXPECT_TRUE(utf_traits::eq_int_type(utf_traits::to_int_type(wUnit), dwUnit));
+        EXPECT_FALSE(utf_traits::eq_int_type(utf_traits::to_int_type(wUnit), utf_traits::eof()));
+    }
+}
+
 TEST(UTF16String, FindsUnitsAndParts)
 {
     const CUTF16String strText(ABC);

@@ -119,6 +119,18 @@ TEST_F(IOEngine, EachBitOfAnEventCallsItsHandlerInOrder)
     }
 }
 
+TEST_F(IOEngine, EventsAndWorkThatNobodyTakesDoNothing)
+{
+    CIOHandler handler;
+    handler.Process(EPOLLIN | EPOLLOUT | EPOLLERR | EPOLLHUP);
+    CDeferredHandler deferred;
+    EXPECT_TRUE(m_engine.AddDeferredHandler(&deferred));
+    CTimerHandler timer;
+    EXPECT_TRUE(m_engine.AddTimerHandler(&timer));
+    RunUntil("the timer", [&] { return timer.m_nHeapIndex == -1; });
+    EXPECT_FALSE(deferred.m_bQueued);
+}
+
 TEST_F(IOEngine, PeerThatClosesGivesInputThenHangUpInOneEvent)
 {
     int hEnds[2];

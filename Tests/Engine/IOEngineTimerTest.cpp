@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -154,6 +155,31 @@ TEST_F(IOEngineTimers, OneShotThatRestartsItselfStaysArmed)
     m_engine.ProcessTimer();
     EXPECT_EQ(timer.m_nCalls, 2);
     EXPECT_EQ(timer.m_nHeapIndex, -1) << "a restart counts once";
+}
+
+TEST_F(IOEngineTimers, OneShotThatRearmsOrRestartsItselfTwiceFiresOnceMore)
+{
+    CCallTimer timer(m_engine);
+    timer.m_dwInterval = 10;
+    const std::function<bool()> again[] = {[&]
+                                           {
+                                               m_engine.RemoveTimerHandler(&timer);
+                                               return m_engine.AddTimerHandler(&timer);
+                                           },
+                                           [&] { return m_engine.RestartTimerHandler(&timer); }};
+    for (const std::function<bool()>& fnAgain : again)
+    {
+        timer.m_nCalls = 0;
+        timer.m_fnCall = [&] { EXPECT_TRUE(timer.m_nCalls > 1 || (fnAgain() && fnAgain())); };
+        m_engine.AddTimerHandler(&timer);
+        m_clock.Advance(11);
+        m_engine.ProcessTimer();
+        EXPECT_NE(timer.m_nHeapIndex, -1);
+        m_clock.Advance(11);
+        m_engine.ProcessTimer();
+        EXPECT_EQ(timer.m_nCalls, 2);
+        EXPECT_EQ(timer.m_nHeapIndex, -1);
+    }
 }
 
 TEST_F(IOEngineTimers, OneShotThatRestartsItselfCostsNobodyElseTheirs)

@@ -61,6 +61,20 @@ TEST(SocketAddress, OfAnotherFamilyHasNoLengthAndNoText)
     EXPECT_EQ(Text(addr), "(none)");
 }
 
+TEST(SocketAddress, EqualsOnlyTheSameIPv4AddressAndPort)
+{
+    const CSocketAddress addr(LOOPBACK, 80);
+    const CSocketAddress none;
+    EXPECT_TRUE(addr == CSocketAddress(LOOPBACK, 80));
+    EXPECT_FALSE(addr == CSocketAddress(LOOPBACK, 81));
+    EXPECT_FALSE(addr == CSocketAddress(LOOPBACK + 1, 80));
+    EXPECT_FALSE(addr == none);
+    EXPECT_FALSE(none == addr);
+    EXPECT_TRUE(addr.IsIPAddress(LOOPBACK));
+    EXPECT_FALSE(addr.IsIPAddress(LOOPBACK + 1));
+    EXPECT_FALSE(none.IsIPAddress(0));
+}
+
 TEST(SocketAddress, TextThatDoesNotFitIsRefused)
 {
     char szText[9];
@@ -150,6 +164,17 @@ TEST(Socket, ConnectSucceedsOrIsUnderWay)
     CSocketAddress addrPeer;
     EXPECT_TRUE(sock.GetPeerAddress(addrPeer));
     EXPECT_EQ(Text(addrPeer), "127.0.0.1");
+    sock.Close();
+}
+
+TEST(Socket, ConnectThatWaitsSucceedsAtOnce)
+{
+    CRawServer server;
+    CSocket sock;
+    ASSERT_TRUE(sock.CreateBound(CSocketAddress(LOOPBACK, 0)));
+    EXPECT_TRUE(sock.Connect(CSocketAddress(LOOPBACK, server.GetPort())));
+    EXPECT_TRUE(server.Accept().IsOpen());
+    EXPECT_FALSE(sock.IsConnectedToItself());
     sock.Close();
 }
 

@@ -101,6 +101,28 @@ TEST_F(TCPStreamConnect, CallbackMayInitiateDestroyAndNothingIsSent)
     EXPECT_EQ(m_server.Accept().ReceiveToEnd(), "");
 }
 
+TEST_F(TCPStreamConnect, CallbackMayReplaceTheConnectionAndNothingOfTheOldOneIsSent)
+{
+    CSocketPair pair;
+    CTextBuffer out("never");
+    m_stream.m_fnOnCall = [&](const std::string& strWhat)
+    {
+        if (strWhat == "connected")
+        {
+            m_stream.Destroy();
+            EXPECT_TRUE(m_stream.Adopt(pair.m_near));
+        }
+    };
+    Connect(m_server.GetPort());
+    m_stream.m_bCanSend = false;
+    m_stream.Send(&out);
+    RunUntil("the connection", [&] { return m_stream.Count("connected") == 1; });
+    RunPasses(2);
+    EXPECT_TRUE(m_server.Accept().IsClosedByPeer());
+    EXPECT_TRUE(pair.m_far.IsSilent());
+    EXPECT_FALSE(out.IsQueued());
+}
+
 TEST_F(TCPStreamConnect, RefusedMayConnectAgainInsideTheCallback)
 {
     int nErrors = 0;
