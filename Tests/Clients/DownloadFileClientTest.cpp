@@ -1,11 +1,14 @@
 // The download client against a server that the test plays byte by byte.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <limits>
 #include <thread>
 
 #include "FileHost.h"
@@ -166,6 +169,20 @@ TEST_F(DownloadFileClient, FifoIsCode6AndStays)
     EXPECT_TRUE(FileExists(m_strLocal));
 }
 
+TEST_F(DownloadFileClient, SocketIsCode6AndStays)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(m_strLocal.size(), sizeof address.sun_path);
+    m_strLocal.copy(address.sun_path, m_strLocal.size());
+    const CRawSocket bound(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(bind(bound.GetHandle(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    BeginWithRequest();
+    m_server.Send(Wire::Dfrt(2, 0, 10, 0));
+    ExpectEvents({"connected", "next", "failed 6", "no more"});
+    EXPECT_TRUE(FileExists(m_strLocal));
+}
+
 TEST_F(DownloadFileClient, FolderIsCode6AndStays)
 {
     ASSERT_EQ(mkdir(m_strLocal.c_str(), 0700), 0);
@@ -242,6 +259,22 @@ TEST_F(DownloadFileClient, HostileSizesAndOffsetsAreOnlyNumbers)
     m_server.Send(Wire::Dfrt(2, 0, 0xFFFFFFFFFFFFFFFFULL, 0) + Wire::Dfrb(2, "ab") +
                   Wire::Dfrb(2, "cd"));
     ExpectEvents({"connected", "next", "progress 100", "progress 100", "completed", "no more"});
+}
+
+TEST_F(DownloadFileClient, StartOffsetNextToTheLargestNumberDoesNotWrap)
+{
+    const long long llLargest = std::numeric_limits<long long>::max();
+    BeginWithRequest(llLargest - 1);
+    m_server.Send(Wire::Dfrt(2, 0, static_cast<uint64_t>(llLargest), 0) + Wire::Dfrb(2, "abcd"));
+    ExpectEvents({"connected", "next", "progress 100", "completed", "no more"});
+    EXPECT_EQ(ReadFile(m_strLocal), "abcd");
+}
+
+TEST_F(DownloadFileClient, EmptyFileFromBelowZeroReportsNothingUntilZeroIsPassed)
+{
+    BeginWithRequest(-3);
+    m_server.Send(Wire::Dfrt(2, 0, 0, 0) + Wire::Dfrb(2, "ab") + Wire::Dfrb(2, "c"));
+    ExpectEvents({"connected", "next", "progress 100", "completed", "no more"});
 }
 
 TEST_F(DownloadFileClient, AThousandAbortedDownloadsLeaveNothingBehind)

@@ -101,7 +101,7 @@ public:
     template <class Host>
     bool Start(Host& host, unsigned short wPort)
     {
-        std::u16string strName = u"device";
+        std::u16string strName = u"a name that takes memory";
         const CInside inside;
         try
         {

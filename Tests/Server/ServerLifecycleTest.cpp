@@ -221,6 +221,28 @@ TEST_F(ServerLifecycle, EndAllConnectionsFromACallbackDoesNotWait)
     EXPECT_TRUE(bStarted);
 }
 
+TEST_F(ServerLifecycle, EndAllConnectionsTwiceInACallbackEndsEachOnce)
+{
+    std::atomic<int> nStarted{0};
+    m_host.m_fnOnRequest = [&](const CRecordingHost::CRequest& request)
+    {
+        if (request.m_eRequest == KS_REQUEST_DELETE_TREE)
+        {
+            nStarted += m_pServer->EndAllConnections(0);
+            nStarted += m_pServer->EndAllConnections(0);
+        }
+    };
+    Start();
+    CRawSocket other = Named(u"other");
+    CRawSocket peer = Named(u"caller");
+    peer.Send(Wire::Delt(2, u"/nothing"));
+    peer.ReceiveToEnd();
+    other.ReceiveToEnd();
+    EXPECT_TRUE(m_pServer->EndAllConnections(WAIT_MS));
+    EXPECT_EQ(nStarted, 2);
+    EXPECT_EQ(m_host.GetDisconnects().size(), 2U);
+}
+
 TEST_F(ServerLifecycle, EndAllConnectionsGivesUpWhenTheTimeIsOver)
 {
     std::mutex mutex;
@@ -253,6 +275,53 @@ TEST_F(ServerLifecycle, ShutdownInsideACallbackIsFalseAndNeverJoinsItself)
     m_host.WaitForDisconnects(1);
     EXPECT_EQ(nResult, Orb_FALSE);
     EXPECT_TRUE(m_pServer->Shutdown());
+}
+
+TEST_F(ServerLifecycle, StartInsideACallbackIsRefusedAndChangesNothing)
+{
+    std::atomic<int> nResult{-1};
+    m_host.m_fnOnRequest = [&](const CRecordingHost::CRequest& request)
+    {
+        if (request.m_eRequest == KS_REQUEST_DELETE_TREE)
+        {
+            nResult = m_pServer->Startup(0, 0);
+        }
+    };
+    Start();
+    CRawSocket peer = Named(u"here");
+    Exchange(peer, Wire::Delt(2, u"/nothing"), Wire::Result("DTRT", 2, 0));
+    EXPECT_EQ(nResult, Orb_FALSE);
+    ExpectAlive(peer);
+}
+
+TEST_F(ServerLifecycle, StartIsRefusedWhileConnectionsOfAnEarlierRunAreLeft)
+{
+    Start();
+    CRawSocket peer = Named(u"left");
+    EXPECT_TRUE(m_pServer->Shutdown());
+    EXPECT_FALSE(m_pServer->Startup(0, FreePort()));
+    EXPECT_TRUE(m_pServer->EndAllConnections(WAIT_MS));
+    EXPECT_TRUE(peer.IsClosedByPeer());
+    Start();
+    CRawSocket later = Named(u"later");
+    ExpectAlive(later);
+}
+
+TEST_F(ServerLifecycle, ReleaseInsideACallbackOnlyAsksTheWorkerToEnd)
+{
+    m_host.m_fnOnRequest = [&](const CRecordingHost::CRequest& request)
+    {
+        if (request.m_eRequest == KS_REQUEST_DELETE_TREE)
+        {
+            m_pServer->Release();
+        }
+    };
+    Start();
+    CRawSocket peer = Named(u"ends it");
+    Exchange(peer, Wire::Delt(2, u"/nothing"), Wire::Result("DTRT", 2, 0));
+    ASSERT_TRUE(m_pServer->EndAllConnections(WAIT_MS)) << "the server is there still";
+    EXPECT_TRUE(peer.IsClosedByPeer());
+    EXPECT_EQ(m_host.GetDisconnects(), (std::vector<std::string>{"ends it"}));
 }
 
 TEST_F(ServerLifecycle, EndAllConnectionsAfterAShutdownEndsThemToo)
