@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <map>
 #include <vector>
 
 #include "ServerFixture.h"
@@ -165,6 +166,30 @@ TEST_F(BrowserHandler, OpenFilesAreNotClosedToMakeRoom)
     Exchange(peer, Wire::Upfi(301, 1, 0, strMore), Wire::Upfr(301, 6, 0));
     Exchange(peer, Wire::Upfb(256, 1, "x"), Wire::Result("UPBR", 256, 0));
     EXPECT_EQ(ReadFile(m_folder.GetPath("f256")), "x");
+}
+
+TEST_F(BrowserHandler, LiveDownloadIsNotEndedToMakeRoom)
+{
+    const size_t nSize = 30000000;  // larger than the sockets' buffers: alive until it is read
+    const std::string strBig = m_folder.WriteFile("big", std::string(nSize, 'x'));
+    CRawSocket peer = Browse();
+    peer.Send(Wire::Dfil(1, 0, Widen(strBig)));
+    for (uint32_t dwID = 2; dwID <= 257; ++dwID)
+    {
+        peer.Send(Wire::Upfi(dwID, 1, 0, Widen(m_folder.GetPath("f" + std::to_string(dwID)))));
+    }
+    m_host.WaitForRequests(256);
+    std::map<uint32_t, int> answers;  // by result
+    size_t nTotal = 0;
+    while (nTotal < nSize || answers[0] + answers[6] < 256)
+    {
+        const std::string strPacket = peer.ReceivePacket();
+        ASSERT_FALSE(strPacket.empty());
+        nTotal += Wire::GetCode(strPacket) == "DFRB" ? strPacket.size() - 16 : 0;
+        answers[Wire::GetU32(strPacket, 16)] += Wire::GetCode(strPacket) == "UPFR" ? 1 : 0;
+    }
+    EXPECT_EQ(nTotal, nSize);
+    EXPECT_EQ(answers[6], 1) << "the last one finds no room";
 }
 
 TEST_F(BrowserHandler, ConnectionThatEndsClosesItsFilesBeforeTheHostLearnsOfIt)
