@@ -5,11 +5,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -19,6 +17,7 @@
 #include "OspreyChannelClient.h"
 #include "OspreyServer.h"
 #include "RawSocket.h"
+#include "Watched.h"
 
 // What arrived of one channel of numbered packets.
 struct CChannelRecord
@@ -42,23 +41,6 @@ struct CChannelRecord
 };
 
 typedef std::map<unsigned int, CChannelRecord> CRecords;
-
-// A condition over something that other threads change, and a deadline.
-class CWatched
-{
-public:
-    // Waits until the condition, looked at under the lock, holds; else fails the test with strFor.
-    bool WaitFor(const std::string& strFor, const std::function<bool()>& fnCondition) const;
-    // Runs under the lock.
-    void Look(const std::function<void()>& fnLook) const;
-
-protected:
-    void Change(const std::function<void()>& fnChange);
-
-private:
-    mutable std::mutex m_mutex;
-    mutable std::condition_variable m_changed;
-};
 
 // A real client that checks what arrives. What it knows is looked at inside WaitFor and Look.
 class CSubscriber final : public IWXSPChannelClientCallback, public CWatched

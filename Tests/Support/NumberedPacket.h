@@ -10,4 +10,7 @@ const size_t STREAM_PACKET = 1316;
 std::string NumberedPacket(unsigned int dwChannel, unsigned int dwNumber,
                            size_t nSize = STREAM_PACKET);
 
+// The same in a size that goes with its number, 8 to 1,500 bytes.
+std::string VariedPacket(unsigned int dwChannel, unsigned int dwNumber);
+
 #endif
