@@ -5,6 +5,7 @@
 //   put CHANNEL COUNT  puts as many packets; the answer is how many were stored
 //   restart            ends every connection and the server, and starts it again; milliseconds
 //   shutdown           the same without the start, Shutdown first; its milliseconds
+//   stream CHANNELS    from now on puts numbered packets into as many channels, from 1 on
 //   hoard, release     takes every descriptor that comes free from now on; gives all back
 
 #include <fcntl.h>
@@ -24,6 +25,7 @@
 #include <vector>
 
 #include "LibOsprey.h"
+#include "PacketStream.h"
 
 namespace
 {
@@ -159,6 +161,14 @@ public:
             Answer(std::to_string(Put(dwChannel, nCount)));
             return true;
         }
+        if (strVerb == "stream")
+        {
+            unsigned int dwChannels = 0;
+            words >> dwChannels;
+            m_stream.Begin(m_pServer, dwChannels);
+            Answer("done");
+            return true;
+        }
         if (strVerb == "hoard" || strVerb == "release")
         {
             strVerb == "hoard" ? m_hoard.Begin() : m_hoard.Release();
@@ -199,7 +209,17 @@ private:
     IOspreyServer* m_pServer;
     unsigned short m_wPort;
     CHoard m_hoard;
+    CPacketStream m_stream;
 };
+
+void ObeyLines(IOspreyServer* pServer, unsigned short wPort)
+{
+    CCommands commands(pServer, wPort);
+    std::string strLine;
+    while (std::getline(std::cin, strLine) && commands.Obey(strLine))
+    {
+    }
+}
 
 }  // namespace
 
@@ -225,11 +245,7 @@ int main(int nArguments, char** ppszArguments)
         return 1;
     }
     Answer("listening");
-    CCommands commands(pServer, wPort);
-    std::string strLine;
-    while (std::getline(std::cin, strLine) && commands.Obey(strLine))
-    {
-    }
+    ObeyLines(pServer, wPort);
     pServer->EndAllConnections(END_MS);
     pServer->Shutdown();
     pServer->Release();
