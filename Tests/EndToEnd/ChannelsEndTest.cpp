@@ -23,7 +23,7 @@ class CChannelsCrowd : public CChannelsTest
 protected:
     CChannelsCrowd()
     {
-        StartPutters(3, milliseconds(2));
+        StartPutters(3, milliseconds(5));
         m_clients = Subscribe(10, {1, 2, 3});
         m_pRaw = std::make_unique<CRawSubscribers>(m_wPort, 90, std::vector<unsigned int>{1, 2, 3});
         m_pRaw->WaitForNumber(GetStored() + 20);

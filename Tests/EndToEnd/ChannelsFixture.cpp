@@ -7,13 +7,14 @@ CChannelsTest::~CChannelsTest()
     StopPutters();
 }
 
-void CChannelsTest::StartPutters(unsigned int dwChannels, std::chrono::microseconds pause)
+void CChannelsTest::StartPutters(unsigned int dwChannels, std::chrono::microseconds pause,
+                                 unsigned int dwLimit)
 {
     m_putters.clear();
     m_putters.reserve(dwChannels);
     for (unsigned int i = 1; i <= dwChannels; ++i)
     {
-        m_putters.push_back(std::make_unique<CPutter>(m_pServer, i, pause));
+        m_putters.push_back(std::make_unique<CPutter>(m_pServer, i, pause, dwLimit));
     }
 }
 

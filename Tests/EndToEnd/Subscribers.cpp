@@ -218,8 +218,13 @@ void CLazySubscriber::ReadTo(unsigned int dwChannel, unsigned int dwNumber)
     }
 }
 
-CPutter::CPutter(IOspreyServer* pServer, unsigned int dwChannel, std::chrono::microseconds pause)
-    : m_pServer(pServer), m_dwChannel(dwChannel), m_pause(pause), m_thread([this] { Run(); })
+CPutter::CPutter(IOspreyServer* pServer, unsigned int dwChannel, std::chrono::microseconds pause,
+                 unsigned int dwLimit)
+    : m_pServer(pServer),
+      m_dwChannel(dwChannel),
+      m_pause(pause),
+      m_dwLimit(dwLimit),
+      m_thread([this] { Run(); })
 {
 }
 
@@ -235,6 +240,11 @@ void CPutter::Stop()
     {
         m_thread.join();
     }
+}
+
+void CPutter::PutUpTo(unsigned int dwLimit)
+{
+    m_dwLimit = dwLimit;
 }
 
 unsigned int CPutter::GetStored() const
@@ -269,8 +279,12 @@ std::set<unsigned int> CPutter::GetResults() const
 
 void CPutter::Run()
 {
-    for (unsigned int dwNumber = 0; !m_bStop;)
+    for (unsigned int dwNumber = 0; !m_bStop; std::this_thread::sleep_for(m_pause))  // the pace
     {
+        if (dwNumber >= m_dwLimit)
+        {
+            continue;
+        }
         std::string strPacket = NumberedPacket(m_dwChannel, dwNumber);
         const unsigned int dwResult = m_pServer->PutChannelPacket(
             m_dwChannel, strPacket.data(), static_cast<unsigned int>(strPacket.size()));
@@ -281,6 +295,5 @@ void CPutter::Run()
                 m_results.insert(dwResult);
                 m_dwStored = dwNumber;
             });
-        std::this_thread::sleep_for(m_pause);  // the pace of the stream
     }
 }

@@ -130,12 +130,17 @@ public:
 class CPutter final : public CWatched
 {
 public:
-    CPutter(IOspreyServer* pServer, unsigned int dwChannel, std::chrono::microseconds pause);
+    static const unsigned int NO_LIMIT = 0xFFFFFFFF;
+
+    CPutter(IOspreyServer* pServer, unsigned int dwChannel, std::chrono::microseconds pause,
+            unsigned int dwLimit = NO_LIMIT);
     ~CPutter();
     CPutter(const CPutter&) = delete;
     CPutter& operator=(const CPutter&) = delete;
 
     void Stop();
+    // It rests when it has put as many packets as this.
+    void PutUpTo(unsigned int dwLimit);
     // How many packets it has put.
     unsigned int GetStored() const;
     bool WaitForStored(unsigned int dwStored) const;
@@ -150,6 +155,7 @@ private:
     IOspreyServer* m_pServer;
     unsigned int m_dwChannel;
     std::chrono::microseconds m_pause;
+    std::atomic<unsigned int> m_dwLimit;
     std::atomic<bool> m_bStop{false};
     unsigned int m_dwStored = 0;
     std::set<unsigned int> m_results;

@@ -7,7 +7,7 @@
 #include <string>
 
 // How long anything that must happen may take, sanitizers and a busy machine included.
-const int WAIT_MS = 20000;
+const int WAIT_MS = 60000;
 
 class CRawSocket
 {
