@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -478,6 +479,38 @@ TEST(ServerLifecycleDeathTest, ReleaseWithAConnectionListedAborts)
     // The child starts threads, which it may only do as a process of its own.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(ReleaseWithAConnection(), "`m_listStreams.GetSize\\(\\) == 0' failed");
+}
+
+// As a callback may on the worker, whose part the calling thread has taken over. In a process of
+// its own, with an end of its own: what never ends would take the others with it.
+[[noreturn]] void EndAllConnectionsInsideOnDisconnectAfterTheWorker()
+{
+    alarm(WAIT_MS / 1000);
+    CRecordingHost host;
+    IOspreyServer* pServer = CreateOspreyServer(&host);
+    host.m_fnOnDisconnect = [&](const std::string&)
+    { EXPECT_TRUE(pServer->EndAllConnections(WAIT_MS)); };
+    const unsigned short wPort = FreePort();
+    EXPECT_TRUE(pServer->Startup(0, wPort));
+    CRawSocket peers[2];
+    for (CRawSocket& peer : peers)
+    {
+        EXPECT_TRUE(peer.Connect(wPort));
+        peer.Send(Wire::Brow() + Wire::Namc(1, u"named"));
+        EXPECT_EQ(Wire::GetCode(peer.ReceivePacket()), "NAMR");
+    }
+    EXPECT_TRUE(pServer->Shutdown());
+    EXPECT_TRUE(pServer->EndAllConnections(WAIT_MS));
+    EXPECT_EQ(host.GetDisconnects().size(), 2U);
+    pServer->Release();
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(ServerLifecycleDeathTest, EndAllConnectionsMayComeInsideAnOnDisconnectAfterTheWorker)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(EndAllConnectionsInsideOnDisconnectAfterTheWorker(), ::testing::ExitedWithCode(0),
+                "");
 }
 
 }  // namespace

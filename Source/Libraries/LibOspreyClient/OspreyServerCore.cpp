@@ -253,6 +253,11 @@ void COspreyServer::ProcessWorkerEnded()
 
 void COspreyServer::EndAllNow()
 {
+    if (m_bEndingNow)
+    {
+        return;  // called by an OnDisconnect below; what is listed ends anyway
+    }
+    m_bEndingNow = true;
     m_listener.Destroy();
     while (CDLinkedListNode* pNode = m_listStreams.GetHead())
     {
@@ -260,6 +265,7 @@ void COspreyServer::EndAllNow()
         pStream->InitiateDetach();
         pStream->CompleteDestroy();  // deletes it
     }
+    m_bEndingNow = false;
 }
 
 int COspreyServer::GetStreamCount()

@@ -114,6 +114,7 @@ private:
     CCriticalSection m_csStreams;  // guards m_listStreams: written by the worker, read by all
     int m_nMostStreams = 0;        // listed at once since the heap was given back
     std::atomic<bool> m_bEndRequested{false};
+    bool m_bEndingNow = false;  // EndAllNow runs
     CCompletion m_ended;
     CMethodCallbackHandler<COspreyServer, CDeferredHandler> m_handlerHostRequests;
     CWakeEvent m_wake;
