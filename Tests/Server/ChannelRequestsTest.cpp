@@ -278,6 +278,22 @@ TEST_F(ChannelRequests, ChannelsLeftBehindByThoseWhoHaveGoneDoNotKeepNewOnesOut)
     EXPECT_EQ(GetStore().m_mapChannels.size(), 4096U);
 }
 
+// The peer is told nothing, and keeps its connection alive: it would wait for ever.
+TEST_F(ChannelRequests, ChannelThatFoundNoRoomIsOpenedOnceThereIsSome)
+{
+    for (unsigned int i = 0; i < 4096; ++i)
+    {
+        EXPECT_TRUE(GetStore().AddChannel(100 + i));
+    }
+    CPeer peer = Open({7});
+    EXPECT_EQ(Put(7, "7.0"), 5U);
+    GetStore().RemoveChannel(100, 1);
+    Pass(202);
+    ASSERT_EQ(Put(7, "7.1"), 0U);
+    Pass(202);
+    EXPECT_EQ(Receive(peer, 1), "7.1");
+}
+
 TEST_F(ChannelRequests, ListThatWouldLeaveMoreThan64BehindIsRefusedAsAWhole)
 {
     CPeer peer = Connect();

@@ -65,14 +65,28 @@ Orb_BOOL CWXSPChannelHandler::ProcessOpenChannelRequest(PWXS_PACKET pPacket)
     }
     m_dwNumChannels = pRecord->dwNumChannels;
     memcpy(m_dwChannels, pRecord + 1, m_dwNumChannels * sizeof(m_dwChannels[0]));
-    const int bLocal = IsPeerLocal();
-    for (unsigned int i = 0; i < m_dwNumChannels; ++i)
-    {
-        m_bAdded[i] =
-            m_pChannelPacketServer->AddChannel(m_dwChannels[i], GetTask(), bLocal) != Orb_FALSE;
-    }
+    std::fill_n(m_bAdded, m_dwNumChannels, false);
+    AddChannels();
     SendChannelPackets();
     return Orb_TRUE;
+}
+
+// Registers the channels that are not yet. For one there may be no room or no memory now; its peer,
+// which nobody tells, would wait for ever.
+void CWXSPChannelHandler::AddChannels()
+{
+    const int bLocal = IsPeerLocal();
+    m_bMissing = false;
+    m_dwAddTime = CIOEngine::GetSystemTimeMS();
+    for (unsigned int i = 0; i < m_dwNumChannels; ++i)
+    {
+        if (!m_bAdded[i])
+        {
+            m_bAdded[i] =
+                m_pChannelPacketServer->AddChannel(m_dwChannels[i], GetTask(), bLocal) != Orb_FALSE;
+            m_bMissing = m_bMissing || !m_bAdded[i];
+        }
+    }
 }
 
 // The channels of the list at hand are about to be replaced. They stay registered, but this task's
@@ -107,6 +121,10 @@ void CWXSPChannelHandler::SendChannelPackets()
     if (!m_listPackets.empty())
     {
         return;
+    }
+    if (m_bMissing && CIOEngine::GetSystemTimeMS() - m_dwAddTime >= CHECK_PACKET_MS)
+    {
+        AddChannels();
     }
     GatherBatch(IsPeerLocal());
     if (!m_listPackets.empty())

@@ -56,6 +56,7 @@ private:
     long GetTask() const;
     int IsPeerLocal() const;
     bool LeaveChannelsBehind();
+    void AddChannels();
     void GatherBatch(int bLocal);
     bool GatherPacket(unsigned int dwChannel, int bLocal);
     bool PrepareSpare();
@@ -71,6 +72,8 @@ private:
     CMethodCallbackHandler<CWXSPChannelHandler, CTimerHandler> m_timerCheckPacket;
 
     bool m_bAdded[WXSP_MAX_CHANNELS] = {};              // which of the channels are registered
+    bool m_bMissing = false;                            // some are not
+    unsigned int m_dwAddTime = 0;                       // when that was tried last
     unsigned int m_dwLeftBehind[MAX_LEFT_BEHIND] = {};  // channels of earlier requests
     bool m_bLeftAdded[MAX_LEFT_BEHIND] = {};            // which of those are registered
     int m_nLeftBehind = 0;
