@@ -2,9 +2,14 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
 
 #include "ServerFixture.h"
 #include "StdoutCapture.h"
+#include "SystemCalls.h"
 #include "TestClock.h"
 
 namespace
@@ -242,6 +247,80 @@ TEST_F(ServerKeepAlive, PacketThatCanNeverCompleteEndsThatWayToo)
         Advance(30001);
         peer.ReceiveToEnd();
     }
+}
+
+// A second descriptor of the newest connection's socket shows what the system was told for it.
+class CServerSocketTest : public CServerTest
+{
+protected:
+    CServerSocketTest()
+        : m_accepting(g_callAccept4,
+                      [this](int s, sockaddr* pAddress, socklen_t* pLength, int nFlags)
+                      {
+                          const int h = g_callAccept4.Real(s, pAddress, pLength, nFlags);
+                          if (h >= 0)
+                          {
+                              CloseTwin(dup(h));
+                          }
+                          return h;
+                      })
+    {
+        Start();
+    }
+    ~CServerSocketTest() override
+    {
+        Stop();
+        CloseTwin(-1);
+    }
+    void CloseTwin(int hNext)
+    {
+        const int hLast = m_hTwin.exchange(hNext);
+        if (hLast >= 0)
+        {
+            close(hLast);
+        }
+    }
+    // Milliseconds; -1 when this system does not know the option.
+    int GetTCPOption(int nOption) const
+    {
+        int nValue = 0;
+        socklen_t nLength = sizeof nValue;
+        return getsockopt(m_hTwin, IPPROTO_TCP, nOption, &nValue, &nLength) == 0 ? nValue : -1;
+    }
+
+    static const int RTO_MAX_MS = 44;  // TCP_RTO_MAX_MS
+    std::atomic<int> m_hTwin{-1};
+    const CReplacedCall<int(int, sockaddr*, socklen_t*, int)> m_accepting;
+};
+using ServerSocket = CServerSocketTest;
+
+// What a peer that vanished has not acknowledged stays with the system when the connection has been
+// closed, megabytes perhaps, for as long as it was told.
+TEST_F(ServerSocket, DoesNotLeaveWhatIsUnsentToTheSystemForLong)
+{
+    const CRawSocket peer = Named(u"device");
+    EXPECT_EQ(GetTCPOption(TCP_USER_TIMEOUT), 24 * 60 * 60 * 1000);
+    EXPECT_TRUE(m_pServer->EndAllConnections(WAIT_MS));
+    EXPECT_EQ(GetTCPOption(TCP_USER_TIMEOUT), 60000);
+}
+
+// Fifteen of them are all that a peer gets whose buffers are full: tcp(7), tcp_retries2.
+TEST_F(ServerSocket, RepeatsAfterTwoSecondsForFilesAndAfterOneForChannels)
+{
+    const CRawSocket files = Named(u"device");
+    if (GetTCPOption(RTO_MAX_MS) < 0)
+    {
+        GTEST_SKIP() << "this system cannot be told so";
+    }
+    EXPECT_EQ(GetTCPOption(RTO_MAX_MS), 2000);
+    CRawSocket reader = Connect();
+    reader.Send(Wire::Ochs({7}));
+    char c = 'c';
+    while (m_pServer->PutChannelPacket(7, &c, 1) != 0)
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(GetTCPOption(RTO_MAX_MS), 1000);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@ namespace
 
 // With the 5 seconds between two keep-alives, a peer that vanished is noticed after 30.
 const unsigned int SILENCE_MS = 25000;
+const int PAUSE_MS = 1000;
 
 }  // namespace
 
@@ -27,7 +28,7 @@ void CClientTCPStream::ProcessConnected()
 {
     m_bConnectSuccessful = Orb_TRUE;
     // Not before: how long connecting may take is the owner's to say.
-    m_sock.LimitSilence(SILENCE_MS);
+    m_sock.LimitSilence(SILENCE_MS, PAUSE_MS);
     if (m_pCallback != nullptr)
     {
         m_pCallback->OnConnectSuccessful();

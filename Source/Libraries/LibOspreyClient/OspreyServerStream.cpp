@@ -16,7 +16,10 @@ namespace
 
 const unsigned int KEEP_ALIVE_MS = 30000;
 const unsigned int DAY_MS = 24 * 60 * 60 * 1000;
-const int HOLD_OFF_ABOVE = 1024;  // buffers queued to be sent
+const unsigned int UNSENT_MS = 60000;  // how long the system keeps what is unsent at the end
+const int PAUSE_MS = 2000;             // a download whose peer pauses outlives 25 s without a link
+const int CHANNEL_PAUSE_MS = 1000;     // a channel is back soon after the link
+const int HOLD_OFF_ABOVE = 1024;       // buffers queued to be sent
 const int GO_ON_BELOW = 512;
 const std::chrono::milliseconds TURN(5);  // of handling packets, before everybody else has one
 
@@ -73,7 +76,7 @@ bool COspreyServerStream::AttachTransport(int s)
         return false;
     }
     // Not to end a connection, which is the keep-alive's to do: a peer may stop reading for long.
-    m_sock.LimitSilence(DAY_MS);
+    m_sock.LimitSilence(DAY_MS, PAUSE_MS);
     m_state = STATE_ATTACHED;
     return Receive(&m_bufferRequest);
 }
@@ -174,6 +177,7 @@ CWXSPProtocolHandler* COspreyServerStream::CreateHandler(unsigned int dwMagic)
             m_sock.SetNoDelay();
             return new (std::nothrow) CWXSPBrowserHandler(m_pServer, this);
         case OCHS:
+            m_sock.LimitSilence(DAY_MS, CHANNEL_PAUSE_MS);
             return new (std::nothrow) CWXSPChannelHandler(m_pServer, this);
         default:
             return nullptr;
@@ -209,6 +213,7 @@ Orb_BOOL COspreyServerStream::InitiateDetach()
     m_state = STATE_IDLE;
     m_bufferRequest.Clear();
     m_pEngine->RemoveTimerHandler(&m_timerKeepAlive);
+    m_sock.LimitSilence(UNSENT_MS, PAUSE_MS);
     return InitiateDestroy() ? Orb_TRUE : Orb_FALSE;
 }
 

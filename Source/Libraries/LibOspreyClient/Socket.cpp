@@ -13,7 +13,6 @@ namespace
 
 // TCP_RTO_MAX_MS of Linux 6.15, which older headers do not name and older systems refuse.
 const int RTO_MAX_MS = 44;
-const int REPEAT_MS = 1000;
 
 }  // namespace
 
@@ -116,12 +115,12 @@ bool CSocket::SetNoDelay()
     return setsockopt(m_hSocket, IPPROTO_TCP, TCP_NODELAY, &nOn, sizeof nOn) == 0;
 }
 
-void CSocket::LimitSilence(unsigned int dwTimeoutMs)
+void CSocket::LimitSilence(unsigned int dwTimeoutMs, int nPauseMs)
 {
     // Alone, the shorter pauses would use up the system's number of attempts within 15 seconds.
     if (setsockopt(m_hSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &dwTimeoutMs, sizeof dwTimeoutMs) == 0)
     {
-        setsockopt(m_hSocket, IPPROTO_TCP, RTO_MAX_MS, &REPEAT_MS, sizeof REPEAT_MS);
+        setsockopt(m_hSocket, IPPROTO_TCP, RTO_MAX_MS, &nPauseMs, sizeof nPauseMs);
     }
 }
 

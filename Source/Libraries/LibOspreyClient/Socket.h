@@ -67,10 +67,13 @@ public:
     bool SetNoDelay();
     // How long what was sent may stay unacknowledged, or the peer's buffers full, before the
     // connection counts as broken, with ETIMEDOUT; the system by itself waits a quarter of an hour
-    // for the first. Meanwhile it is repeated every second, where the system can be told so: by
-    // itself it doubles the pause each time, and would find a link that came back only after as
-    // long again as that was gone. See tcp(7), TCP_USER_TIMEOUT.
-    void LimitSilence(unsigned int dwTimeoutMs);
+    // for the first. Meanwhile it is repeated after nPauseMs at the latest, where the system can be
+    // told so: by itself it doubles the pause each time, and would find a link that came back only
+    // after as long again as that was gone. A peer whose buffers are full and that does not answer
+    // is asked 15 times, whatever the limit: for 13 seconds with pauses of one, for 25 with pauses
+    // of two. What is set lasts when the socket has been closed, for what was not sent by then.
+    // See tcp(7), TCP_USER_TIMEOUT and tcp_retries2.
+    void LimitSilence(unsigned int dwTimeoutMs, int nPauseMs);
     // Takes the pending error (SO_ERROR); errno when even that fails.
     int GetSocketError();
     // True when the connection is established or under way.
