@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <future>
 #include <thread>
 
@@ -13,31 +12,27 @@
 #include "Hex.h"
 #include "LibOsprey.h"
 #include "ScriptedServer.h"
-#include "SystemCalls.h"
+#include "SteppedLoops.h"
+#include "StopUnderWay.h"
 #include "TempFolder.h"
-#include "TestClock.h"
 
 namespace
 {
 
 typedef std::vector<std::string> CLines;
 
-long long MillisecondsSince(std::chrono::steady_clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                 start)
-        .count();
-}
-
 TEST(ClientRun, UnreachablePeerFailsTheStartAfterTheConnectTimeout)
 {
     const CDeafServer server;
+    CSteppedLoops loops;
     CSubmitRun run;
-    const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(run.Start(server.GetPort(), 200));
+    loops.WaitForSleep(200);
+    loops.Advance(199);
+    loops.WaitForSleep(1);
+    EXPECT_EQ(run.m_host.m_events.Get(), CLines{});
+    loops.Advance(2);
     run.m_host.m_events.WaitForEnd();
-    EXPECT_GE(MillisecondsSince(start), 199);
-    EXPECT_LT(MillisecondsSince(start), 5000);
     EXPECT_EQ(run.m_host.m_events.Get(), CLines{"start failed 0"});
 }
 
@@ -279,14 +274,14 @@ TEST(ClientRun, StopInsideGetNextFileIsLost)
     const CTempFolder folder;
     CSubmitRun run;
     run.m_host.m_entries = {{folder.WriteFile("a", ""), "", 0}};
+    const CStopUnderWay stop;
     std::thread stopper;
     run.m_host.m_fnOnEvent = [&](const std::string& strEvent)
     {
         if (strEvent == "next")
         {
-            // Nothing shows from outside that the stop has set its flag and waits: give it time.
             stopper = std::thread([&] { run.Stop(); });
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            stop.Wait();
         }
     };
     ASSERT_TRUE(run.Start(server.GetPort()));
@@ -305,29 +300,22 @@ TEST(ClientRun, KeepAliveFollowsFiveSecondsAfterTheLastSendAndThenEveryFive)
 {
     CScriptedServer server;
     const CTempFolder folder;
-    CTestClock clock;
-    // Without this the loop would wait for real seconds before it looks at the test's clock.
-    const CReplacedCall polling(g_callEpollWait,
-                                [](int hEpoll, epoll_event* pEvents, int nMax, int nTimeout)
-                                {
-                                    const int nShort = nTimeout < 0 || nTimeout > 5 ? 5 : nTimeout;
-                                    return g_callEpollWait.Real(hEpoll, pEvents, nMax, nShort);
-                                });
+    CSteppedLoops loops;
     CSubmitRun run;
     run.m_host.m_entries = {{folder.WriteFile("a", ""), "", 0}};
     ASSERT_TRUE(run.Start(server.GetPort()));
     server.WelcomeClient();
     EXPECT_EQ(Wire::GetCode(server.Take()), "UPFI");
     // The interval counts from the moment at which the client learns that its packet has left, a
-    // little after the packet is here: the clock must not move in between.
-    const auto settle = std::chrono::milliseconds(50);
+    // little after the packet is here: the clock must not move before it sleeps again.
+    loops.Advance(0);
     for (int i = 0; i < 3; ++i)
     {
-        std::this_thread::sleep_for(settle);
-        clock.Advance(4999);
-        std::this_thread::sleep_for(settle);
+        loops.WaitForSleep(5000);
+        loops.Advance(4999);
+        loops.WaitForSleep(1);
         EXPECT_TRUE(server.m_peer.IsSilent());
-        clock.Advance(2);
+        loops.Advance(2);
         server.Expect(Wire::Brow());
     }
     // The clock stands still: a stop would wait for its grace time for ever.

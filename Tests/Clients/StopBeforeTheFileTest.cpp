@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <thread>
 
 #include "FileHost.h"
 #include "ScriptedServer.h"
+#include "StopUnderWay.h"
 #include "TempFolder.h"
 
 namespace
@@ -57,12 +57,12 @@ TEST(ClientRun, StopBetweenGetNextFileAndTheFileIsNotLost)
     const CTempFolder folder;
     CSubmitRun run;
     run.m_host.m_entries = {{folder.WriteFile("a", "data"), "", 0}};
+    const CStopUnderWay stop;
     std::thread stopper;
     const std::function<void()> fnStop = [&]
     {
         stopper = std::thread([&run] { run.Stop(); });
-        // Nothing shows from outside that the stop has set its flag and waits: give it time.
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        stop.Wait();
     };
     run.m_host.m_fnOnEvent = [&](const std::string& strEvent)
     {

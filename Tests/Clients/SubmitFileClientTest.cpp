@@ -5,12 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <thread>
 
 #include "FileHost.h"
 #include "Hex.h"
 #include "ScriptedServer.h"
+#include "SteppedLoops.h"
+#include "StopUnderWay.h"
 #include "SystemCalls.h"
 #include "TempFolder.h"
 
@@ -332,6 +333,8 @@ TEST_F(SubmitFileClient, StopWithoutAnAnswerEndsAfterTheGraceTime)
 // to the peer.
 TEST_F(SubmitFileClient, FurtherStopDoesNotCutTheGraceTimeShort)
 {
+    CSteppedLoops loops;
+    const CStopUnderWay stop;
     Offer(Pattern(100000));
     m_run.m_host.m_fnOnEvent = [this](const std::string& strEvent)
     {
@@ -346,7 +349,9 @@ TEST_F(SubmitFileClient, FurtherStopDoesNotCutTheGraceTimeShort)
     m_server.Expect(Wire::Caop(2));
     m_server.Expect(Wire::Delt(4, m_strRemote));
     std::thread stopper([this] { m_run.Stop(); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    stop.Wait();
+    loops.Advance(0);
+    loops.WaitForSleep(1000);  // the worker has met the stop, and goes on waiting
     EXPECT_TRUE(m_server.m_peer.IsSilent());
     m_server.Send(Wire::Result("DTRT", 4, 0));
     stopper.join();

@@ -11,6 +11,7 @@ extern "C"
     int __real_ppoll(pollfd* pFds, nfds_t nFds, const timespec* pTimeout, const sigset_t* pMask);
     int __real_pthread_create(pthread_t* pThread, const pthread_attr_t* pAttr,
                               void* (*pfnMain)(void*), void* pParam);
+    int __real_pthread_join(pthread_t thread, void** ppResult);
     ssize_t __real_recv(int s, void* pData, size_t nSize, int nFlags);
     ssize_t __real_send(int s, const void* pData, size_t nSize, int nFlags);
     int __real_socket(int nDomain, int nType, int nProtocol);
@@ -25,6 +26,7 @@ CSystemCall<int(int*, int)> g_callPipe2(&__real_pipe2);
 CSystemCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> g_callPpoll(&__real_ppoll);
 CSystemCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)> g_callPthreadCreate(
     &__real_pthread_create);
+CSystemCall<int(pthread_t, void**)> g_callPthreadJoin(&__real_pthread_join);
 CSystemCall<ssize_t(int, void*, size_t, int)> g_callRecv(&__real_recv);
 CSystemCall<ssize_t(int, const void*, size_t, int)> g_callSend(&__real_send);
 CSystemCall<int(int, int, int)> g_callSocket(&__real_socket);
@@ -70,6 +72,11 @@ extern "C"
                               void* (*pfnMain)(void*), void* pParam)
     {
         return g_callPthreadCreate.Call(pThread, pAttr, pfnMain, pParam);
+    }
+
+    int __wrap_pthread_join(pthread_t thread, void** ppResult)
+    {
+        return g_callPthreadJoin.Call(thread, ppResult);
     }
 
     ssize_t __wrap_recv(int s, void* pData, size_t nSize, int nFlags)

@@ -58,6 +58,7 @@ extern CSystemCall<int(int*, int)> g_callPipe2;
 extern CSystemCall<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> g_callPpoll;
 extern CSystemCall<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>
     g_callPthreadCreate;
+extern CSystemCall<int(pthread_t, void**)> g_callPthreadJoin;
 extern CSystemCall<ssize_t(int, void*, size_t, int)> g_callRecv;
 extern CSystemCall<ssize_t(int, const void*, size_t, int)> g_callSend;
 extern CSystemCall<int(int, int, int)> g_callSocket;
