@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ServerFixture.h"
+#include "TestClock.h"
 
 namespace
 {
@@ -56,6 +57,7 @@ protected:
         m_host.WaitForDisconnects(++m_nGone);
     }
 
+    CTestClock m_clock;  // stands still: nobody is silent for too long, however slow the machine
     std::vector<CRawSocket> m_peers;
     size_t m_nGone = 0;
 };

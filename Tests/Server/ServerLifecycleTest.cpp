@@ -393,7 +393,7 @@ TEST_F(ServerLifecycle, EndAllConnectionsDuringACallbackThatThenShutsDownEndsThe
     CRawSocket peer = Named(u"ends it");
     peer.Send(Wire::Delt(2, u"/nothing"));
     entered.get_future().wait();
-    EXPECT_TRUE(m_pServer->EndAllConnections(3000));
+    EXPECT_TRUE(m_pServer->EndAllConnections(WAIT_MS));
     peer.ReceiveToEnd();
 }
 
