@@ -101,8 +101,12 @@ TEST_F(ChannelsCrowd, FindsTheServerAgainByItself)
     EXPECT_TRUE(m_pServer->EndAllConnections(WAIT_MS));
     EXPECT_TRUE(m_pServer->Shutdown());
     ExpectEveryoneWasTold();
-    ASSERT_TRUE(m_pServer->Startup(0, m_wPort));
     const unsigned int dwStored = GetStored();
+    for (const auto& pPutter : m_putters)
+    {
+        pPutter->PutUpTo(pPutter->GetStored() + 1000);  // less than a channel keeps
+    }
+    ASSERT_TRUE(m_pServer->Startup(0, m_wPort));
     for (const auto& pClient : m_clients)
     {
         pClient->WaitForNumber(dwStored + 50);
@@ -112,7 +116,6 @@ TEST_F(ChannelsCrowd, FindsTheServerAgainByItself)
                 ExpectWhole(pClient->m_records, 3);
                 EXPECT_EQ(pClient->m_nConnected, 2);
                 EXPECT_GE(pClient->GetDownMs(), 999);
-                EXPECT_LT(pClient->GetDownMs(), 5000);
             });
     }
     EndPutting();

@@ -29,6 +29,9 @@ void CChannelRecord::Take(unsigned int dwChannel, const void* pData, size_t nSiz
 namespace
 {
 
+// The server ends a connection that is silent for 30 seconds.
+const std::chrono::seconds KEEP_ALIVE(5);
+
 bool HaveCome(const CRecords& records, size_t nChannels, unsigned int dwNumber)
 {
     return records.size() == nChannels &&
@@ -99,7 +102,12 @@ void CSubscriber::OnConnected(unsigned int /*dwUserParam*/)
 
 void CSubscriber::OnConnectFailed(unsigned int dwUserParam)
 {
-    Change([&] { ++(dwUserParam == 0 ? m_nFailedAtOnce : m_nFailed); });
+    Change(
+        [&]
+        {
+            ++(dwUserParam == 0 ? m_nFailedAtOnce : m_nFailed);
+            m_strFailures += dwUserParam == 0 ? '0' : 'f';
+        });
 }
 
 void CSubscriber::OnDisconnected(unsigned int /*dwUserParam*/)
@@ -127,6 +135,7 @@ CRawSubscribers::CRawSubscribers(unsigned short wPort, size_t nCount,
         EXPECT_TRUE(peer.m_socket.Connect(wPort));
         peer.m_socket.Send(Wire::Ochs(channels));
         peer.m_strBytes = peer.m_socket.ReceivePacket();
+        KeepAlive();
     }
     m_thread = std::thread([this] { Run(); });
 }
@@ -135,6 +144,23 @@ CRawSubscribers::~CRawSubscribers()
 {
     m_bStop = true;
     m_thread.join();
+}
+
+void CRawSubscribers::KeepAlive()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_timeKept < KEEP_ALIVE)
+    {
+        return;
+    }
+    m_timeKept = now;
+    for (CPeer& peer : m_peers)
+    {
+        if (peer.m_socket.IsOpen() && !peer.m_bEnded)
+        {
+            peer.m_socket.SendWithoutWaiting(Wire::Keep());
+        }
+    }
 }
 
 void CRawSubscribers::Run()
@@ -155,6 +181,7 @@ void CRawSubscribers::Run()
         });
     while (!m_bStop)
     {
+        KeepAlive();
         const int nStopLookMs = 20;
         if (poll(polls.data(), polls.size(), nStopLookMs) <= 0)
         {
@@ -203,6 +230,26 @@ CLazySubscriber::CLazySubscriber(unsigned short wPort, const std::vector<unsigne
 {
     EXPECT_TRUE(m_socket.Connect(wPort));
     m_socket.Send(Wire::Ochs(channels));
+    m_thread = std::thread([this] { KeepAlive(); });
+}
+
+CLazySubscriber::~CLazySubscriber()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bOver = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void CLazySubscriber::KeepAlive()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_changed.wait_for(lock, KEEP_ALIVE, [this] { return m_bOver; }))
+    {
+        m_socket.SendWithoutWaiting(Wire::Keep());
+    }
 }
 
 void CLazySubscriber::ReadTo(unsigned int dwChannel, unsigned int dwNumber)

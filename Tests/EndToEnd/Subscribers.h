@@ -5,9 +5,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -70,6 +72,7 @@ public:
     int m_nConnected = 0;
     int m_nFailed = 0;
     int m_nFailedAtOnce = 0;
+    std::string m_strFailures;  // in their order: "0" at once, "f" later
     int m_nDisconnected = 0;
 
 private:
@@ -81,7 +84,8 @@ private:
     IWXSPChannelClient* m_pClient;
 };
 
-// Many connections that one thread reads. What they know is looked at inside WaitFor and Look.
+// Many connections that one thread reads, and keeps alive however long a slow machine takes. What
+// they know is looked at inside WaitFor and Look.
 // REQUIRES: packets in the channels already; a connection is made when the one before has got its
 // first.
 class CRawSubscribers final : public CWatched
@@ -106,24 +110,38 @@ public:
 
 private:
     void Run();
+    void KeepAlive();
     static void ReadSome(CPeer& peer);
 
+    std::chrono::steady_clock::time_point m_timeKept = std::chrono::steady_clock::now();
     size_t m_nChannels;
     std::atomic<bool> m_bStop{false};
     std::thread m_thread;
 };
 
-// A connection that asks for channels, byte by byte, and reads only when the test does.
+// A connection that asks for channels, byte by byte, and reads only when the test does. A thread
+// keeps it alive meanwhile, however long a slow machine takes.
 class CLazySubscriber
 {
 public:
     CLazySubscriber(unsigned short wPort, const std::vector<unsigned int>& channels);
+    ~CLazySubscriber();
+    CLazySubscriber(const CLazySubscriber&) = delete;
+    CLazySubscriber& operator=(const CLazySubscriber&) = delete;
 
     // Reads until the channel has come to the number.
     void ReadTo(unsigned int dwChannel, unsigned int dwNumber);
 
     CRawSocket m_socket;
     CRecords m_records;
+
+private:
+    void KeepAlive();
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_bOver = false;
+    std::thread m_thread;
 };
 
 // A thread that puts numbered packets, from 0, into a channel. One that nobody reads is put again.
