@@ -102,7 +102,7 @@ TEST_F(Attack, HonestClientKeepsHalfItsSpeedBesideSlowSenders)
     EXPECT_EQ(m_crowd.GetClosed(), 0U);
     m_crowd.Close();
     CCrowd last;
-    for (int i = 0; i < 1000 && m_server.GetDescriptors() > m_nDescriptors; ++i)
+    for (int i = 0; i < WAIT_MS / 20 && m_server.GetDescriptors() > m_nDescriptors; ++i)
     {
         last.Drain(20);
     }
