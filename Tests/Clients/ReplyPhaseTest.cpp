@@ -10,6 +10,7 @@
 #include "FileHost.h"
 #include "Hex.h"
 #include "ScriptedServer.h"
+#include "SteppedLoops.h"
 #include "TempFolder.h"
 
 namespace
@@ -127,6 +128,7 @@ TEST_F(SubmitReplies, ToTheNameDoNotCompleteAFile)
 
 TEST_F(SubmitReplies, InTheCleanUpStartNoFileAnew)
 {
+    const CSteppedLoops loops;  // no time passes: the clean-up waits for its reply
     std::thread stopper = BeginCleanUp();
     m_server.Send(Wire::Upfr(4, 0, 0) + Wire::Result("UPBR", 4, 0));
     m_server.Send(Wire::Result("DTRT", 4, 0));
