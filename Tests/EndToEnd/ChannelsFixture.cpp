@@ -18,6 +18,14 @@ void CChannelsTest::StartPutters(unsigned int dwChannels, std::chrono::microseco
     }
 }
 
+void CChannelsTest::PutUpTo(unsigned int dwLimit)
+{
+    for (const auto& pPutter : m_putters)
+    {
+        pPutter->PutUpTo(dwLimit);
+    }
+}
+
 std::vector<std::unique_ptr<CSubscriber>> CChannelsTest::Subscribe(
     int nClients, const std::vector<unsigned int>& channels)
 {

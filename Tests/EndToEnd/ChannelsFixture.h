@@ -16,6 +16,8 @@ protected:
     // One a channel, from channel 1 on.
     void StartPutters(unsigned int dwChannels, std::chrono::microseconds pause,
                       unsigned int dwLimit = CPutter::NO_LIMIT);
+    // They rest when each has put as many packets as this.
+    void PutUpTo(unsigned int dwLimit);
     // Clients of these channels, one after the other: the queue of a listener is short, and one
     // that is turned away tries again after seconds. REQUIRES: putters.
     std::vector<std::unique_ptr<CSubscriber>> Subscribe(int nClients,

@@ -32,10 +32,7 @@ TEST_F(Channels, ThreeReachTwoHundredSubscribersWhole)
         CLazySubscriber lazy(m_wPort, channels);
         lazy.ReadTo(1, 0);  // it is there; from now on it reads nothing
         const unsigned int dwLast = 150;
-        for (const auto& pPutter : m_putters)
-        {
-            pPutter->PutUpTo(dwLast + 1);
-        }
+        PutUpTo(dwLast + 1);
         raw.WaitForNumber(dwLast);
         // Client: a thread, an epoll, a pipe and a socket; and the other ends of all connections.
         EXPECT_EQ(CountThreads() - nThreads, 20 + 1 + 1 + 3);
@@ -116,10 +113,7 @@ TEST_F(Channels, AndFilesTravelBesideEachOther)
     m_local.WriteFile("file", strData);
     // Less than a channel keeps: nobody may miss a packet, however slow the machine.
     const unsigned int dwLimit = STORED_PACKETS - 48;
-    for (const auto& pPutter : m_putters)
-    {
-        pPutter->PutUpTo(dwLimit);
-    }
+    PutUpTo(dwLimit);
     for (int i = 0; i < 2; ++i)
     {
         const unsigned int dwBefore = GetStored();
