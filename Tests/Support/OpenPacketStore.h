@@ -35,6 +35,10 @@ public:
 
     static constexpr unsigned int UNKNOWN_TASK = 0xFFFFFFFF;
 
+    static unsigned int GetCapacity(const CChannelPacketBuffer& buffer)
+    {
+        return buffer.*(&COpenPacketBuffer::m_dwCapacity);
+    }
     static unsigned int GetCount(const CChannelPacketBuffer& buffer)
     {
         return buffer.*(&COpenPacketBuffer::m_dwCount);

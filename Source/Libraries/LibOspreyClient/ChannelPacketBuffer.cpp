@@ -53,6 +53,12 @@ int CChannelPacketBuffer::Create(unsigned int dwCapacity)
     return 1;
 }
 
+void CChannelPacketBuffer::CreateAtFirstPut(unsigned int dwCapacity)
+{
+    const CAutoSectionLock lock(m_csData);
+    m_dwLaterCapacity = dwCapacity;
+}
+
 // Count, head and first sequence keep their values.
 void CChannelPacketBuffer::Destroy()
 {
@@ -73,6 +79,10 @@ void CChannelPacketBuffer::Destroy()
 unsigned int CChannelPacketBuffer::PutChannelPacket(const void* pData, unsigned int dwSize)
 {
     const CAutoSectionLock lock(m_csData);
+    if (m_ppSlots == nullptr && m_dwLaterCapacity > 0)
+    {
+        Create(m_dwLaterCapacity);
+    }
     if (m_dwCapacity == 0 || dwSize > WXSP_CHANNEL_DATA_SIZE || (pData == nullptr && dwSize > 0))
     {
         return PUT_NO_ITEM;

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "ChannelPacketItem.h"
+#include "LinkedList.h"
 
 // A ring of packets that drops the oldest when it is full: a slow reader loses packets, it never
 // holds up the writer or other readers. Packets have sequence numbers, which wrap; a reader (a
@@ -22,7 +23,7 @@
 //
 // Ownership: owns every item that it made, wherever the item is.
 // Thread:    any; every operation locks, the data lock before an item's lock.
-class CChannelPacketBuffer
+class CChannelPacketBuffer : public CDLinkedListNode
 {
 public:
     explicit CChannelPacketBuffer(unsigned int dwChannel);
@@ -33,6 +34,8 @@ public:
     // Makes room for dwCapacity packets, 2,048 at most. Zero when there is room already, or memory
     // is out.
     int Create(unsigned int dwCapacity);
+    // Has the first packet that is put make the room: a channel that nobody puts into needs none.
+    void CreateAtFirstPut(unsigned int dwCapacity);
     // Gives up every stored packet, the slots and the tasks' positions.
     void Destroy();
 
@@ -64,6 +67,11 @@ public:
     // local task does not count.
     float GetBufferUsage();
 
+    unsigned int GetChannel() const
+    {
+        return m_dwChannel;
+    }
+
     // Users of the channel; both return the new number. They take a lock of their own.
     long long AddRef();
     long long RemoveRef();
@@ -88,6 +96,7 @@ protected:
     CItems m_listFree;
     CChannelPacketItem** m_ppSlots = nullptr;  // null where empty
     unsigned int m_dwCapacity = 0;
+    unsigned int m_dwLaterCapacity = 0;  // of the slots that the first packet makes; 0: none
     unsigned int m_dwCount = 0;          // packets stored
     unsigned int m_dwHead = 0;           // slot of the oldest
     unsigned int m_dwFirstSequence = 0;  // of the oldest

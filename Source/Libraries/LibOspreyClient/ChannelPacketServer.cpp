@@ -63,8 +63,28 @@ CChannelPacketBuffer* CChannelPacketServer::AddUser(unsigned int dwChannel)
     if (pBuffer != nullptr)
     {
         pBuffer->AddRef();
+        ListIfLeft(pBuffer);
     }
     return pBuffer;
+}
+
+void CChannelPacketServer::ListIfLeft(CChannelPacketBuffer* pBuffer)
+{
+    if (pBuffer->IsLeft())
+    {
+        m_listLeft.AddTail(pBuffer);
+    }
+    else
+    {
+        m_listLeft.Remove(pBuffer);
+    }
+}
+
+void CChannelPacketServer::RemoveBuffer(CChannelPacketBuffer* pBuffer)
+{
+    m_listLeft.Remove(pBuffer);
+    m_mapChannels.erase(pBuffer->GetChannel());
+    delete pBuffer;
 }
 
 CChannelPacketBuffer* CChannelPacketServer::FindBuffer(unsigned int dwChannel) const
@@ -81,10 +101,11 @@ CChannelPacketBuffer* CChannelPacketServer::MakeBuffer(unsigned int dwChannel)
     }
     std::unique_ptr<CChannelPacketBuffer> pBuffer(new (std::nothrow)
                                                       CChannelPacketBuffer(dwChannel));
-    if (pBuffer == nullptr || pBuffer->Create(CAPACITY) == 0)
+    if (pBuffer == nullptr)
     {
         return nullptr;
     }
+    pBuffer->CreateAtFirstPut(CAPACITY);
     try
     {
         m_mapChannels[dwChannel] = pBuffer.get();
@@ -99,14 +120,12 @@ CChannelPacketBuffer* CChannelPacketServer::MakeBuffer(unsigned int dwChannel)
 // Peers leave channels behind that nobody ever removes; a full store would serve nobody new.
 bool CChannelPacketServer::MakeRoom()
 {
-    const auto it = std::find_if(m_mapChannels.begin(), m_mapChannels.end(),
-                                 [](const auto& channel) { return channel.second->IsLeft(); });
-    if (it == m_mapChannels.end())
+    CDLinkedListNode* pOldest = m_listLeft.GetHead();
+    if (pOldest == nullptr)
     {
         return false;
     }
-    delete it->second;
-    m_mapChannels.erase(it);
+    RemoveBuffer(static_cast<CChannelPacketBuffer*>(pOldest));
     return true;
 }
 
@@ -121,9 +140,10 @@ void CChannelPacketServer::RemoveChannel(unsigned int dwChannel, long lTask)
     pBuffer->RemoveTask(lTask);
     if (pBuffer->RemoveRef() < 1)
     {
-        m_mapChannels.erase(dwChannel);
-        delete pBuffer;
+        RemoveBuffer(pBuffer);
+        return;
     }
+    ListIfLeft(pBuffer);
 }
 
 void CChannelPacketServer::RemoveTask(unsigned int dwChannel, long lTask)
@@ -142,17 +162,17 @@ void CChannelPacketServer::LeaveChannel(unsigned int dwChannel, long lTask)
     {
         pBuffer->RemoveTask(lTask);
         pBuffer->Leave();
+        ListIfLeft(pBuffer);
     }
 }
 
 void CChannelPacketServer::RemoveAll()
 {
     const CAutoSectionLock lock(m_cs);
-    for (const auto& channel : m_mapChannels)
+    while (!m_mapChannels.empty())
     {
-        delete channel.second;
+        RemoveBuffer(m_mapChannels.begin()->second);
     }
-    m_mapChannels.clear();
 }
 
 unsigned int CChannelPacketServer::PutChannelPacket(unsigned int dwChannel, void* pData,

@@ -54,8 +54,11 @@ protected:
     CChannelPacketBuffer* FindBuffer(unsigned int dwChannel) const;
     CChannelPacketBuffer* MakeBuffer(unsigned int dwChannel);
     bool MakeRoom();
+    void ListIfLeft(CChannelPacketBuffer* pBuffer);
+    void RemoveBuffer(CChannelPacketBuffer* pBuffer);
 
     std::map<unsigned int, CChannelPacketBuffer*> m_mapChannels;
+    CDLinkedList m_listLeft;  // those whose users have all gone, the first to give way first
     CCriticalSection m_cs;
 };
 

@@ -22,8 +22,8 @@
 // store. An idle connection looks 100 ms after the request and every 200 ms from then on.
 //
 // A further OCHS replaces the list and leaves the channels of the earlier one registered in the
-// store for good; peers depend on it. So that nobody fills the store that way, the 65th channel
-// left behind is refused.
+// store, also when the connection has ended; peers depend on it. So that nobody fills the store
+// that way, the 65th channel left behind is refused, and those whose users have all gone give way.
 //
 // Ownership: owns every buffer from gathering to its return, and its reference to the packet;
 //            borrows the store.
