@@ -74,6 +74,17 @@ TEST_F(ServerCrowd, GivesItsHeapBackOnceWhenSevenOfEightHaveGone)
     EXPECT_EQ(g_nTrims, 1) << "those that are left are no crowd";
 }
 
+// It takes its time, and crowds come as often as somebody wants.
+TEST_F(ServerCrowd, ThatComesAgainAtOnceKeepsTheHeap)
+{
+    for (int i = 0; i < 2; ++i)
+    {
+        Arrive(300);
+        LeaveUntil(0);
+        EXPECT_EQ(g_nTrims, 1);
+    }
+}
+
 TEST_F(ServerCrowd, Of255IsNone)
 {
     Arrive(254);

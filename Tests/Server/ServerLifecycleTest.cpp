@@ -460,6 +460,35 @@ TEST_F(ServerLifecycle, WhatTheHostReturnsIsIgnored)
     ExpectAlive(peer);
 }
 
+// What runs when it returns would be a surprise to a host that is about to release the server.
+TEST_F(ServerLifecycle, EndAllConnectionsThatMeetsAStartupEndsThatRunToo)
+{
+    IOspreyServer* pServer = CreateOspreyServer(nullptr);
+    const unsigned short wPort = FreePort();
+    std::promise<void> starting;
+    std::promise<void> ending;
+    std::thread other;
+    {
+        const CReplacedCall creating(g_callEpollCreate1,
+                                     [&](int nFlags)
+                                     {
+                                         starting.set_value();
+                                         ending.get_future().wait();
+                                         // Time to come to the lock that Startup holds.
+                                         usleep(50000);
+                                         return g_callEpollCreate1.Real(nFlags);
+                                     });
+        other = std::thread([&] { EXPECT_TRUE(pServer->Startup(0, wPort)); });
+        starting.get_future().wait();
+        ending.set_value();
+        EXPECT_TRUE(pServer->EndAllConnections(WAIT_MS));
+        other.join();
+    }
+    EXPECT_FALSE(CRawSocket().Connect(wPort));
+    EXPECT_TRUE(pServer->Shutdown());
+    pServer->Release();
+}
+
 void ReleaseWithAConnection()
 {
     CRecordingHost host;
@@ -489,7 +518,10 @@ TEST(ServerLifecycleDeathTest, ReleaseWithAConnectionListedAborts)
     CRecordingHost host;
     IOspreyServer* pServer = CreateOspreyServer(&host);
     host.m_fnOnDisconnect = [&](const std::string&)
-    { EXPECT_TRUE(pServer->EndAllConnections(WAIT_MS)); };
+    {
+        EXPECT_TRUE(pServer->EndAllConnections(WAIT_MS));
+        pServer->Release();  // asks for nothing that is not under way
+    };
     const unsigned short wPort = FreePort();
     EXPECT_TRUE(pServer->Startup(0, wPort));
     CRawSocket peers[2];

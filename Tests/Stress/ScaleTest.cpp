@@ -129,8 +129,9 @@ TEST_F(Scale, EveryConnectionIsServedAndAllOfThemLeaveNothingBehind)
         EXPECT_EQ(m_server.GetDescriptors(), m_nDescriptors);
         EXPECT_TRUE(dEach < MAX_KIB_A_CONNECTION || IS_SANITIZED) << dEach;
     }
-    EXPECT_TRUE(listAfterKiB.back() <= listAfterKiB.front() + 256 || IS_SANITIZED)
-        << "rounds add up: " << listAfterKiB.front() << " KiB, " << listAfterKiB.back();
+    // The heap of the first is given back; those that follow within a minute keep it.
+    EXPECT_TRUE(listAfterKiB.back() <= listAfterKiB[1] + 256 || IS_SANITIZED)
+        << "rounds add up: " << listAfterKiB[1] << " KiB, " << listAfterKiB.back();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <new>
 
@@ -15,6 +16,9 @@ namespace
 
 const int CROWD = 256;     // connections
 const int CROWD_PART = 8;  // of it one part is left when most have gone
+
+// It can take as long as half a second, and peers choose when it is due.
+const std::chrono::minutes HEAP_PAUSE(1);
 
 }  // namespace
 
@@ -164,13 +168,19 @@ void COspreyServer::UnlistStream(COspreyServerStream* pStream)
 }
 
 // When most of very many connections have gone, the pages that they leave empty in the heap go back
-// to the system; it would keep them for good. See malloc_trim(3).
+// to the system, once a minute at most; it would keep them for good. See malloc_trim(3).
 void COspreyServer::GiveBackHeapOfCrowd()
 {
     if (m_nMostStreams < CROWD || m_listStreams.GetSize() > m_nMostStreams / CROWD_PART)
     {
         return;
     }
+    const auto now = std::chrono::steady_clock::now();
+    if (now < m_timeHeapGivenBack + HEAP_PAUSE)
+    {
+        return;
+    }
+    m_timeHeapGivenBack = now;
     m_nMostStreams = m_listStreams.GetSize();
 #ifdef __GLIBC__  // other allocators have no such call
     malloc_trim(0);

@@ -4,6 +4,7 @@
 // Internal header.
 
 #include <atomic>
+#include <chrono>
 
 #include "ChannelPacketServer.h"
 #include "CriticalSection.h"
@@ -77,6 +78,11 @@ public:
     void ProcessWorkerEnded();
     // Ends every connection at once. REQUIRES: the worker does not run.
     void EndAllNow();
+    // EndAllNow runs, perhaps inside an OnDisconnect that it makes. Its own thread.
+    bool IsEndingNow() const
+    {
+        return m_bEndingNow;
+    }
     int GetStreamCount();
 
     // Asks the host. 0 in every case: a request handler never learns what the host answered.
@@ -113,6 +119,7 @@ private:
 
     CCriticalSection m_csStreams;  // guards m_listStreams: written by the worker, read by all
     int m_nMostStreams = 0;        // listed at once since the heap was given back
+    std::chrono::steady_clock::time_point m_timeHeapGivenBack;
     std::atomic<bool> m_bEndRequested{false};
     bool m_bEndingNow = false;  // EndAllNow runs
     CCompletion m_ended;

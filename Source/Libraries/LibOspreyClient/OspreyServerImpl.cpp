@@ -74,7 +74,7 @@ Orb_BOOL COspreyServerImpl::ShutdownLocked()
 
 void COspreyServerImpl::Release()
 {
-    if (m_thread.IsStarted() && !Shutdown())
+    if (m_server.IsEndingNow() || (m_thread.IsStarted() && !Shutdown()))
     {
         return;
     }
@@ -120,12 +120,14 @@ Orb_BOOL COspreyServerImpl::EndAllConnections(unsigned int dwTimeoutMs)
         }
     }
     // The worker is gone, or was asked to end: it answers no more.
-    const CAutoSectionLock lock(m_csRun);
-    if (m_thread.IsStarted() && !m_engine.IsStopping())
     {
-        return Orb_TRUE;  // somebody has ended everything and started anew meanwhile
+        const CAutoSectionLock lock(m_csRun);
+        if (!m_thread.IsStarted() || m_engine.IsStopping())
+        {
+            ShutdownLocked();
+            m_server.EndAllNow();
+            return Orb_TRUE;
+        }
     }
-    ShutdownLocked();
-    m_server.EndAllNow();
-    return Orb_TRUE;
+    return EndAllConnections(dwTimeoutMs);  // somebody has started it meanwhile
 }
