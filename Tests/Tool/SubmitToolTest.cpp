@@ -240,11 +240,11 @@ TEST_F(SubmitTool, ServerThatFallsSilentGives4)
 {
     CPeerScript peer;
     CToolProcess tool(
-        {"submit", peer.GetPeer(), m_local.GetPath("src/a.txt"), "--stall-timeout", "1"});
+        {"submit", peer.GetPeer(), m_local.GetPath("src/a.txt"), "--stall-timeout", "5"});
     peer.Accept();
     peer.Expect("UPFI");
     EXPECT_EQ(tool.Wait(), 4);
-    EXPECT_NE(tool.GetErrors().find("nothing moved for 1 second"), std::string::npos);
+    EXPECT_NE(tool.GetErrors().find("nothing moved for 5 seconds"), std::string::npos);
 }
 
 TEST_F(SubmitTool, InterruptGives130AndCancelsAtTheServer)

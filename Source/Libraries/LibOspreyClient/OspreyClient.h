@@ -14,8 +14,10 @@
 //   Release
 //
 // A run that cannot be set up ends with OnStartFailed; a connection lost at any time gives
-// OnDisconnected and ends the run. Nothing marks the end of a run that had no trouble but the false
-// that the host itself returned from GetNextFile.
+// OnDisconnected and ends the run. A peer that falls silent in the middle of a file, as a server
+// does that cannot read on, ends nothing while its system still answers: watch OnProgress, and
+// stop. Nothing marks the end of a run that had no trouble but the false that the host itself
+// returned from GetNextFile.
 //
 // Calls into the host run on the worker thread; do not throw. From inside a callback, Stop... only
 // asks the run to end and returns false, Start... is refused, and Release ends the run without a

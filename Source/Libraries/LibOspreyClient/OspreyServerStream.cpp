@@ -17,7 +17,7 @@ namespace
 const unsigned int KEEP_ALIVE_MS = 30000;
 const unsigned int DAY_MS = 24 * 60 * 60 * 1000;
 const unsigned int UNSENT_MS = 60000;  // how long the system keeps what is unsent at the end
-const int PAUSE_MS = 2000;             // a download whose peer pauses outlives 25 s without a link
+const int PAUSE_MS = 2500;             // a download whose peer pauses outlives 30 s without a link
 const int CHANNEL_PAUSE_MS = 1000;     // a channel is back soon after the link
 const int HOLD_OFF_ABOVE = 1024;       // buffers queued to be sent
 const int GO_ON_BELOW = 512;

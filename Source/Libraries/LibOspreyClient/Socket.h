@@ -70,8 +70,8 @@ public:
     // for the first. Meanwhile it is repeated after nPauseMs at the latest, where the system can be
     // told so: by itself it doubles the pause each time, and would find a link that came back only
     // after as long again as that was gone. A peer whose buffers are full and that does not answer
-    // is asked 15 times, whatever the limit: for 13 seconds with pauses of one, for 25 with pauses
-    // of two. What is set lasts when the socket has been closed, for what was not sent by then.
+    // is asked 15 times, whatever the limit: for 13 seconds with pauses of one, for 30 with pauses
+    // of two and a half. What is set holds for what is unsent when the socket has been closed, too.
     // See tcp(7), TCP_USER_TIMEOUT and tcp_retries2.
     void LimitSilence(unsigned int dwTimeoutMs, int nPauseMs);
     // Takes the pending error (SO_ERROR); errno when even that fails.

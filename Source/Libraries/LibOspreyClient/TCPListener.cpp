@@ -12,12 +12,12 @@ namespace
 
 const unsigned int PAUSE_MS = 100;
 
-// The errors after which the newcomer is still in the queue, see accept(2).
 bool IsWithoutDescriptor(int nError)
 {
     return nError == EMFILE || nError == ENFILE;
 }
 
+// The errors after which the newcomer is still in the queue, see accept(2).
 bool IsShortage(int nError)
 {
     return IsWithoutDescriptor(nError) || nError == ENOBUFS || nError == ENOMEM;
