@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -92,6 +93,32 @@ long CStressServer::GetResidentKiB() const
     file >> nTotal >> nResident;
     EXPECT_GT(nResident, 0);
     return nResident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// proc(5): smaps, a line with the addresses of each mapping before its sizes. The heap of a thread
+// other than the first has no name, but begins at a multiple of 64 MiB.
+long CStressServer::GetOtherMemoryKiB() const
+{
+    std::ifstream file("/proc/" + std::to_string(m_nProcess) + "/smaps");
+    std::string strLine;
+    bool bHeap = false;
+    long nSum = 0;
+    while (std::getline(file, strLine))
+    {
+        unsigned long long ullStart = 0;
+        unsigned long long ullEnd = 0;
+        long nKiB = 0;
+        if (sscanf(strLine.c_str(), "%llx-%llx", &ullStart, &ullEnd) == 2)
+        {
+            bHeap = ullStart % (64U << 20) == 0 || strLine.find("[heap]") != std::string::npos;
+        }
+        else if (sscanf(strLine.c_str(), "Anonymous: %ld", &nKiB) == 1 && !bHeap)
+        {
+            nSum += nKiB;
+        }
+    }
+    EXPECT_GT(nSum, 0);
+    return nSum;
 }
 
 // proc(5): fields 14 and 15 of stat, in ticks; the second field may hold blanks, in brackets.

@@ -38,6 +38,8 @@ public:
     std::string Obey(const std::string& strLine);
 
     long GetResidentKiB() const;
+    // Written to and neither the heap's nor a file's: stacks, and what is mapped without the heap.
+    long GetOtherMemoryKiB() const;
     // Of all its threads, in user and kernel mode.
     long GetProcessorMs() const;
     // With numbers below the limit; what was inherited may be above.

@@ -7,8 +7,11 @@
 //   shutdown           the same without the start, Shutdown first; its milliseconds
 //   stream CHANNELS    from now on puts numbered packets into as many channels, from 1 on
 //   hoard, release     takes every descriptor that comes free from now on; gives all back
+//   heap               how many KiB of the heap are in use
+//   trim               gives back to the system what the heap keeps and nobody uses
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -48,6 +51,13 @@ void Answer(const std::string& strLine)
     {
         exit(1);
     }
+}
+
+// Of all threads. What a thread keeps for its own next requests counts as used; see mallinfo(3).
+size_t GetHeapKiB()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return (info.uordblks + info.hblkhd) / 1024;
 }
 
 // The last part of a name is the file of the folder.
@@ -172,6 +182,17 @@ public:
         if (strVerb == "hoard" || strVerb == "release")
         {
             strVerb == "hoard" ? m_hoard.Begin() : m_hoard.Release();
+            Answer("done");
+            return true;
+        }
+        if (strVerb == "heap")
+        {
+            Answer(std::to_string(GetHeapKiB()));
+            return true;
+        }
+        if (strVerb == "trim")
+        {
+            malloc_trim(0);
             Answer("done");
             return true;
         }
