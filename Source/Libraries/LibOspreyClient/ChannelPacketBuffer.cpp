@@ -83,7 +83,8 @@ unsigned int CChannelPacketBuffer::PutChannelPacket(const void* pData, unsigned 
     {
         Create(m_dwLaterCapacity);
     }
-    if (m_dwCapacity == 0 || dwSize > WXSP_CHANNEL_DATA_SIZE || (pData == nullptr && dwSize > 0))
+    if (m_ppSlots == nullptr || m_dwCapacity == 0 || dwSize > WXSP_CHANNEL_DATA_SIZE ||
+        (pData == nullptr && dwSize > 0))
     {
         return PUT_NO_ITEM;
     }
