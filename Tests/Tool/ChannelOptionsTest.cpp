@@ -32,7 +32,7 @@ TEST(ChannelOptions, PublishTakesItsOptions)
 {
     COptions options;
     ASSERT_TRUE(Parse({"publish", "-p", "0", "--channel", "1=udp:5000", "-c", "2=-", "--rate", "50",
-                       "--packet-size", "188", "--wait", "--linger", "0"},
+                       "--packet-size", "188", "--wait", "--live", "--linger", "0"},
                       options)
                     .m_bRun);
     EXPECT_EQ(options.m_eCommand, COMMAND_PUBLISH);
@@ -42,6 +42,7 @@ TEST(ChannelOptions, PublishTakesItsOptions)
     EXPECT_EQ(options.m_stream.m_dwRate, 50U);
     EXPECT_EQ(options.m_stream.m_nPacketSize, 188U);
     EXPECT_TRUE(options.m_stream.m_bWait);
+    EXPECT_TRUE(options.m_stream.m_bLive);
     EXPECT_EQ(options.m_dwLingerSeconds, 0U);
 }
 
@@ -93,6 +94,7 @@ TEST(ChannelOptions, SourceFaultsAreToldInPlainWords)
     ExpectFault({"publish", "-c", "1=f", "--port", "x"}, "--port");
     ExpectFault({"publish", "-c", "1=f", "surplus"}, "surplus");
     ExpectFault({"serve", "--root", "d", "--wait"}, "need --channel");
+    ExpectFault({"serve", "--root", "d", "--live"}, "need --channel");
     ExpectFault({"serve", "--root", "d", "--rate", "0"}, "need --channel");
     ExpectFault({"serve", "--root", "d", "--linger", "1"}, "--linger");
 }

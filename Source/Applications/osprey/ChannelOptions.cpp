@@ -19,6 +19,7 @@ const char PUBLISH_NOTES[] =
     "  FILE             a file or a FIFO, to its end\n"
     "A channel keeps its newest 2048 packets; who reads more slowly loses the older\n"
     "ones, so files and standard input go at 5000 packets a second, or at --rate.\n"
+    "Readers look for packets every 100 to 200 ms; with --live they get each at once.\n"
     "Requests for files are refused. Ends when every source has ended; Ctrl-C ends it\n"
     "before, with code 0.\n"
     "\n"
@@ -113,7 +114,9 @@ CLI::Option* AddSources(CLI::App& command, COptions& options, CRaw& raw)
             ->check(CLI::Range(0U, FASTEST_RATE).description(""));
     CLI::Option* pWait = command.add_flag("--wait", stream.m_bWait,
                                           "Hold them while nobody has opened their channel");
-    for (CLI::Option* pOption : {pSize, pLines, pRate, pWait})
+    CLI::Option* pLive = command.add_flag("--live", stream.m_bLive,
+                                          "Send each packet at once, at more processor time");
+    for (CLI::Option* pOption : {pSize, pLines, pRate, pWait, pLive})
     {
         pOption->each([&raw](const std::string&) { raw.m_bStream = true; });
     }
@@ -162,7 +165,7 @@ bool CheckSources(COptions& options, const CRaw& raw, std::string& strReason)
     }
     if (raw.m_bStream && raw.m_listChannels.empty())
     {
-        strReason = "--packet-size, --lines, --rate and --wait need --channel";
+        strReason = "--packet-size, --lines, --rate, --wait and --live need --channel";
         return false;
     }
     for (const std::string& strText : raw.m_listChannels)

@@ -46,6 +46,7 @@ struct CStreamOptions
     bool m_bLines = false;
     unsigned int m_dwRate = 5000;  // packets a second; 0: as fast as they come
     bool m_bWait = false;          // hold packets while nobody has opened the channel
+    bool m_bLive = false;          // readers get each packet at once
 };
 
 enum ESinkKind

@@ -18,13 +18,18 @@ long long NowNs()
         .count();
 }
 
-CPutPacket PutInto(IOspreyServer& server)
+CPutPacket PutInto(IOspreyServer& server, bool bLive)
 {
-    return [&server](Orb_U32 dwChannel, const char* pData, size_t nSize)
+    return [&server, bLive](Orb_U32 dwChannel, const char* pData, size_t nSize)
     {
         // The interface does not say so, but what it is given is only read.
-        return server.PutChannelPacket(dwChannel, const_cast<char*>(pData),
-                                       static_cast<unsigned int>(nSize));
+        const unsigned int dwResult = server.PutChannelPacket(dwChannel, const_cast<char*>(pData),
+                                                              static_cast<unsigned int>(nSize));
+        if (bLive)
+        {
+            server.FlushChannelPackets();
+        }
+        return dwResult;
     };
 }
 
@@ -32,6 +37,7 @@ CPutPacket PutInto(IOspreyServer& server)
 
 int CPublishPump::Open(const COptions& options)
 {
+    m_bLive = options.m_stream.m_bLive;
     for (const CSourceSpec& spec : options.m_listSources)
     {
         std::string strReason;
@@ -70,7 +76,7 @@ std::vector<Orb_U32> CPublishPump::Channels() const
 
 void CPublishPump::RunUntilSignal(IOspreyServer& server, const CSignals& signals)
 {
-    const CPutPacket fnPut = PutInto(server);
+    const CPutPacket fnPut = PutInto(server, m_bLive);
     while (Pass(signals, fnPut, IChannelSource::NEVER_DUE))
     {
     }
@@ -79,7 +85,7 @@ void CPublishPump::RunUntilSignal(IOspreyServer& server, const CSignals& signals
 void CPublishPump::RunToEnd(IOspreyServer& server, const CSignals& signals,
                             unsigned int dwLingerSeconds)
 {
-    const CPutPacket fnPut = PutInto(server);
+    const CPutPacket fnPut = PutInto(server, m_bLive);
     while (!HasEnded())
     {
         if (!Pass(signals, fnPut, IChannelSource::NEVER_DUE))

@@ -51,6 +51,7 @@ private:
     void Draw();
 
     CPublishLog& m_log;
+    bool m_bLive = false;  // readers get each packet at once
     std::vector<CEntry> m_listSources;
 };
 

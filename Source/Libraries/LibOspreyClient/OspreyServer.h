@@ -162,8 +162,8 @@ public:
     // further ones are not opened (5).
     //
     // Each connection looks for new packets when it has written all that it took before, or else
-    // every 100 to 200 ms, and takes one of each of its channels in turn. A new reader begins with
-    // the newest packet stored.
+    // every 100 to 200 ms, or when FlushChannelPackets says so, and takes one of each of its
+    // channels in turn. A new reader begins with the newest packet stored.
     virtual unsigned int PutChannelPacket(unsigned int dwChannel, void* pData,
                                           unsigned int dwSize) = 0;
 
@@ -179,6 +179,14 @@ public:
     // worker has ended, or was asked to by a callback, it happens at once on the calling thread,
     // the OnDisconnects too. From inside a callback: starts it and returns true.
     virtual Orb_BOOL EndAllConnections(unsigned int dwTimeoutMs) = 0;
+
+    // Has every connection that waits for channel packets look for them now. Any thread, callbacks
+    // included; does not wait: the worker is woken and does it on its next pass, once for all calls
+    // until then. After each packet for streams that must not lag; after each group of them where
+    // processor time counts more: a connection that it has served so sends each packet in a TCP
+    // segment of its own from then on, instead of gathering small ones (RFC 896). Harmless when
+    // nothing runs.
+    virtual void FlushChannelPackets() = 0;
 };
 
 // Builds a server that is not started yet; opens nothing. pCallback may be null: every request is

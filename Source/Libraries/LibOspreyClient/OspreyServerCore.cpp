@@ -10,6 +10,7 @@
 
 #include "OspreyAssert.h"
 #include "OspreyServerStream.h"
+#include "WXSPChannelHandler.h"
 
 namespace
 {
@@ -83,6 +84,7 @@ Orb_BOOL COspreyServer::Create(const CSocketAddress& addrLocal, int nBacklog)
         Destroy();
         return Orb_FALSE;
     }
+    m_bFlushRequested = false;  // what was asked while nothing could be woken
     return Orb_TRUE;
 }
 
@@ -233,11 +235,20 @@ Orb_BOOL COspreyServer::TerminateTask(long lTask)
         if (reinterpret_cast<long>(pStream) == lTask)
         {
             const bool bMarked = pStream->RequestTerminate();
+            m_bTerminateRequested = true;
             m_wake.Wake();
             return bMarked ? Orb_TRUE : Orb_FALSE;
         }
     }
     return Orb_TRUE;
+}
+
+void COspreyServer::FlushChannelPackets()
+{
+    if (!m_bFlushRequested.exchange(true))
+    {
+        m_wake.Wake();
+    }
 }
 
 void COspreyServer::EndAll()
@@ -287,21 +298,44 @@ int COspreyServer::GetStreamCount()
 // On the worker, after host threads asked for something.
 void COspreyServer::ProcessHostRequests(void* /*pParam*/)
 {
+    if (m_bTerminateRequested.exchange(false))
     {
-        const CAutoSectionLock lock(m_csStreams);
-        for (CDLinkedListNode* pNode = m_listStreams.GetHead(); pNode != nullptr;
-             pNode = pNode->m_pNext)
-        {
-            COspreyServerStream* pStream = static_cast<COspreyServerStream*>(pNode);
-            if (pStream->IsTerminateRequested())
-            {
-                pStream->InitiateDetach();
-            }
-        }
+        DetachTerminated();
+    }
+    // Withdrawn first: a packet that is put meanwhile asks anew.
+    if (m_bFlushRequested.exchange(false))
+    {
+        FlushWaitingHandlers();
     }
     if (m_bEndRequested.exchange(false))
     {
         EndAll();
+    }
+}
+
+void COspreyServer::DetachTerminated()
+{
+    const CAutoSectionLock lock(m_csStreams);
+    for (CDLinkedListNode* pNode = m_listStreams.GetHead(); pNode != nullptr;
+         pNode = pNode->m_pNext)
+    {
+        COspreyServerStream* pStream = static_cast<COspreyServerStream*>(pNode);
+        if (pStream->IsTerminateRequested())
+        {
+            pStream->InitiateDetach();
+        }
+    }
+}
+
+// One that finds nothing stays in the list, one that finds packets leaves it: neither moves
+// another.
+void COspreyServer::FlushWaitingHandlers()
+{
+    CDLinkedListNode* pNext = nullptr;
+    for (CDLinkedListNode* pNode = m_listWaitingHandlers.GetHead(); pNode != nullptr; pNode = pNext)
+    {
+        pNext = pNode->m_pNext;
+        static_cast<CWXSPChannelHandler*>(pNode)->Flush();
     }
 }
 

@@ -36,7 +36,8 @@ private:
 // Ownership: owns the listener, every listed stream and the packet store; borrows the engine and
 //            the host's callback.
 // Thread:    the worker; before the worker runs and after it was joined, the host's. Any thread:
-//            TerminateTask, EndAllAndWait, GetStreamCount and GetChannelPacketServer.
+//            TerminateTask, FlushChannelPackets, EndAllAndWait, GetStreamCount and
+//            GetChannelPacketServer.
 // Lifetime:  Create, then Destroy when no stream is listed; then Create again.
 class COspreyServer
 {
@@ -69,6 +70,13 @@ public:
     // Any thread; the detach itself runs on the worker. True when the stream was found alive, and
     // for an unknown task; false when it is detaching already.
     Orb_BOOL TerminateTask(long lTask);
+    // Any thread; the worker has the waiting channel handlers look for packets.
+    void FlushChannelPackets();
+    // What FlushChannelPackets asks: a channel handler stands here while it waits for packets.
+    CDLinkedList& GetWaitingHandlers()
+    {
+        return m_listWaitingHandlers;
+    }
     // On the worker: ends every connection, without waiting.
     void EndAll();
     // Any other thread: has the worker do it and waits. False when the time was over first; true,
@@ -111,6 +119,8 @@ protected:
 private:
     bool CreateStore();
     void ProcessHostRequests(void*);
+    void DetachTerminated();
+    void FlushWaitingHandlers();
     COspreyServerStream* MakeStream();
     void ListStream(COspreyServerStream* pStream);
     void UnlistStream(COspreyServerStream* pStream);
@@ -120,8 +130,11 @@ private:
     CCriticalSection m_csStreams;  // guards m_listStreams: written by the worker, read by all
     int m_nMostStreams = 0;        // listed at once since the heap was given back
     std::chrono::steady_clock::time_point m_timeHeapGivenBack;
+    std::atomic<bool> m_bTerminateRequested{false};  // of some stream
+    std::atomic<bool> m_bFlushRequested{false};
     std::atomic<bool> m_bEndRequested{false};
     bool m_bEndingNow = false;  // EndAllNow runs
+    CDLinkedList m_listWaitingHandlers;
     CCompletion m_ended;
     CMethodCallbackHandler<COspreyServer, CDeferredHandler> m_handlerHostRequests;
     CWakeEvent m_wake;

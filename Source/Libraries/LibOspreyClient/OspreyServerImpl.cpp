@@ -131,3 +131,8 @@ Orb_BOOL COspreyServerImpl::EndAllConnections(unsigned int dwTimeoutMs)
     }
     return EndAllConnections(dwTimeoutMs);  // somebody has started it meanwhile
 }
+
+void COspreyServerImpl::FlushChannelPackets()
+{
+    m_server.FlushChannelPackets();
+}

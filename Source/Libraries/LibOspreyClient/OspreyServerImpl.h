@@ -25,6 +25,7 @@ public:
                                   unsigned int dwSize) override;
     float GetChannelMaxBufferUsage() override;
     Orb_BOOL EndAllConnections(unsigned int dwTimeoutMs) override;
+    void FlushChannelPackets() override;
 
 private:
     static void* ThreadProc(void* pThis);

@@ -174,7 +174,7 @@ CWXSPProtocolHandler* COspreyServerStream::CreateHandler(unsigned int dwMagic)
     {
         case BROW:
             // Without this, the end of each small download waits for a delayed acknowledgement.
-            m_sock.SetNoDelay();
+            SetNoDelay();
             return new (std::nothrow) CWXSPBrowserHandler(m_pServer, this);
         case OCHS:
             m_sock.LimitSilence(DAY_MS, CHANNEL_PAUSE_MS);
@@ -195,6 +195,11 @@ void COspreyServerStream::ProcessDataSent(CTCPStreamBuffer* pBuffer)
         m_bHeldOff = false;
         CutPackets();
     }
+}
+
+void COspreyServerStream::SetNoDelay()
+{
+    m_sock.SetNoDelay();
 }
 
 bool COspreyServerStream::RequestTerminate()

@@ -41,6 +41,9 @@ public:
     Orb_BOOL ProcessRequest(PWXS_PACKET pPacket);
     void ProcessKeepAliveTimeout(void*);
 
+    // Sends what is small at once from now on, instead of waiting for the peer's acknowledgement.
+    void SetNoDelay();
+
     // Marks the stream for the worker to detach. False when it is marked or detaching already.
     bool RequestTerminate();
     bool IsTerminateRequested() const

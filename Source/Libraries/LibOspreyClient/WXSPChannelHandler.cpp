@@ -129,6 +129,7 @@ void CWXSPChannelHandler::SendChannelPackets()
     GatherBatch(IsPeerLocal());
     if (!m_listPackets.empty())
     {
+        m_pServer->GetWaitingHandlers().Remove(this);
         SendFirst();
     }
     else
@@ -220,11 +221,27 @@ void CWXSPChannelHandler::GiveBack(CChannelSimpleBuffer* pBuffer)
 
 void CWXSPChannelHandler::WaitForPackets()
 {
+    m_pServer->GetWaitingHandlers().AddTail(this);
     if (m_timerCheckPacket.m_nHeapIndex < 0 &&
         !m_pServer->GetEngine()->AddTimerHandler(&m_timerCheckPacket))
     {
         // Nothing would ever wake this connection: better that its peer makes a new one.
         m_pStream->InitiateDetach();
+    }
+}
+
+void CWXSPChannelHandler::Flush()
+{
+    SendChannelPackets();
+    if (m_pList != nullptr)
+    {
+        return;
+    }
+    m_pServer->GetEngine()->RemoveTimerHandler(&m_timerCheckPacket);
+    if (!m_bNoDelay)
+    {
+        m_bNoDelay = true;
+        m_pStream->SetNoDelay();
     }
 }
 
@@ -266,6 +283,7 @@ void CWXSPChannelHandler::ClearPacketPool()
 void CWXSPChannelHandler::OnShutdown()
 {
     m_pServer->GetEngine()->RemoveTimerHandler(&m_timerCheckPacket);
+    m_pServer->GetWaitingHandlers().Remove(this);
     ClearPacketPool();
     while (CDLinkedListNode* pNode = m_listOut.RemoveHead())
     {

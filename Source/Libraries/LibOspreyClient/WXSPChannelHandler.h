@@ -8,6 +8,7 @@
 #include "ChannelPacketServer.h"
 #include "ChannelSimpleBuffer.h"
 #include "IOEngine.h"
+#include "LinkedList.h"
 #include "MethodCallbackHandler.h"
 #include "WXSPProtocolHandler.h"
 
@@ -16,7 +17,7 @@
 //   store --a batch of at most 32, the channels in turn--> m_listPackets --one at a time--> stream
 //     ^                                                         | empty, nothing new
 //     +---- the next batch once all is written                  v
-//     +---------------------------------------------------- timer
+//     +------------------------------------------- timer, or a flush of the host
 //
 // Only TCP's own back-pressure slows a connection down; what a slow one skips is decided by the
 // store. An idle connection looks 100 ms after the request and every 200 ms from then on.
@@ -27,8 +28,8 @@
 //
 // Ownership: owns every buffer from gathering to its return, and its reference to the packet;
 //            borrows the store.
-// Otherwise as CWXSPProtocolHandler.
-class CWXSPChannelHandler final : public CWXSPProtocolHandler
+// Otherwise as CWXSPProtocolHandler. Listed in the server's waiting handlers while it waits.
+class CWXSPChannelHandler final : public CWXSPProtocolHandler, public CDLinkedListNode
 {
 public:
     CWXSPChannelHandler(COspreyServer* pServer, COspreyServerStream* pStream);
@@ -44,6 +45,9 @@ public:
     // Gathers the next batch and starts it, or waits for packets. Nothing while a batch is left.
     void SendChannelPackets();
     void ProcessCheckPacketTimeout(void*);
+    // Looks for packets ahead of the timer, whose time stays when there are none. What it finds
+    // goes out at once, on this connection for good. REQUIRES: waiting for packets.
+    void Flush();
     // Gives back what was gathered and not handed to the stream yet.
     void ClearPacketPool();
 
@@ -79,6 +83,7 @@ private:
     int m_nLeftBehind = 0;
     CDLinkedList m_listOut;                        // buffers at the stream
     std::list<CChannelSimpleBuffer*> m_listSpare;  // one buffer at most, for the next packet
+    bool m_bNoDelay = false;                       // a flush has found packets
 };
 
 #endif
