@@ -159,7 +159,7 @@ public:
     //
     // A server holds 4,096 channels. Those that a peer leaves behind (it asks for others instead)
     // stay, until they are needed for new ones after it has gone. While all of them are in use,
-    // further ones are not opened (5).
+    // further ones wait until there is room (5 meanwhile).
     //
     // Each connection looks for new packets when it has written all that it took before, or else
     // every 100 to 200 ms, or when FlushChannelPackets says so, and takes one of each of its
