@@ -1,0 +1,204 @@
+// Small hosts of the library, as a device's program would be one, on the public header alone.
+//
+//   FileHosts serve DIR            prints its port; serves until its standard input ends
+//   FileHosts get PORT DIR         fetches the files that standard input names into DIR
+//   FileHosts put PORT DIR         sends the files of DIR that standard input names
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <string>
+
+#include "LibOsprey.h"
+
+namespace
+{
+
+const unsigned int LOOPBACK = 0x7F000001;
+const unsigned int WAIT_MS = 10000;
+
+// Names are plain; an upload's stands behind "FILESUBMIT|root|".
+class CServingHost final : public IOspreyServerCallback
+{
+public:
+    explicit CServingHost(const std::string& strDir) : m_strDir(strDir) {}
+
+    int OnRequest(KS_REQUEST eRequest, void* pRecord) override
+    {
+        if (eRequest == KS_REQUEST_UPLOAD_FILE)
+        {
+            auto* pUpload = static_cast<KS_UPLOAD_FILE*>(pRecord);
+            pUpload->strResolvedPath = Resolve(pUpload->pszName);
+        }
+        else if (eRequest == KS_REQUEST_DOWNLOAD_FILE)
+        {
+            auto* pDownload = static_cast<KS_DOWNLOAD_FILE*>(pRecord);
+            pDownload->strResolvedPath = Resolve(pDownload->pszName);
+        }
+        return 0;
+    }
+    void OnDisconnect(const char* /*pszName*/) override {}
+
+private:
+    std::string Resolve(const std::string& strName) const
+    {
+        return m_strDir + "/" + strName.substr(strName.find_last_of("|\\") + 1);
+    }
+
+    std::string m_strDir;
+};
+
+// A run over the files that standard input names.
+template <class Callback>
+class CTransferHost final : public Callback
+{
+public:
+    CTransferHost(std::string strDir, bool bUpload)
+        : m_strDir(std::move(strDir) + "/"), m_bUpload(bUpload)
+    {
+    }
+
+    void OnConnected() override {}
+    void OnStartFailed(int /*nReason*/) override
+    {
+        End(true);
+    }
+    void OnDisconnected(int /*nError*/) override
+    {
+        End(true);
+    }
+    bool GetNextFile(std::string& strLocalPath, std::string& strRemote,
+                     long long& llNumber) override
+    {
+        std::string strName;
+        if (!std::getline(std::cin, strName))
+        {
+            End(false);
+            return false;
+        }
+        strLocalPath = m_strDir + strName;
+        strRemote = m_bUpload ? "root" : strName;
+        llNumber = m_bUpload ? static_cast<long long>(m_strDir.size()) : 0;
+        return true;
+    }
+    void OnProgress(unsigned int /*dwPercent*/) override {}
+    void OnFileCompleted() override {}
+    void OnFileFailed(int nCode) override
+    {
+        fprintf(stderr, "a file failed with code %d\n", nCode);
+        End(true);
+    }
+
+    // False when something failed.
+    bool WaitForEnd()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_bEnded; });
+        return !m_bFailed;
+    }
+
+private:
+    void End(bool bFailed)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bEnded = true;
+        m_bFailed = m_bFailed || bFailed;
+        m_changed.notify_one();
+    }
+
+    const std::string m_strDir;
+    const bool m_bUpload;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_bEnded = false;
+    bool m_bFailed = false;
+};
+
+// A port that is free at the moment: the server does not tell the one that it chose.
+unsigned short FreePort()
+{
+    const int s = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    socklen_t nSize = sizeof address;
+    if (bind(s, reinterpret_cast<sockaddr*>(&address), nSize) != 0 ||
+        getsockname(s, reinterpret_cast<sockaddr*>(&address), &nSize) != 0)
+    {
+        perror("bind");
+        exit(1);
+    }
+    close(s);
+    return ntohs(address.sin_port);
+}
+
+bool Serve(const std::string& strDir, FILE* pOutput)
+{
+    CServingHost host(strDir);
+    IOspreyServer* pServer = CreateOspreyServer(&host);
+    const unsigned short wPort = FreePort();
+    const bool bRuns = pServer->Startup(0, wPort) != Orb_FALSE;
+    if (bRuns)
+    {
+        fprintf(pOutput, "%d\n", wPort);
+        fflush(pOutput);
+        while (getchar() != EOF)
+        {
+        }
+        pServer->EndAllConnections(WAIT_MS);
+        pServer->Shutdown();
+    }
+    pServer->Release();
+    return bRuns;
+}
+
+bool Get(unsigned short wPort, const std::string& strDir)
+{
+    CTransferHost<IDownloadFileClientCallback> host(strDir, false);
+    IDownloadFileClient* pClient = CreateDownloadFileClient(&host);
+    unsigned short name[] = {'b', 0};
+    const bool bDone =
+        pClient->StartFileDownload(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
+    pClient->Release();
+    return bDone;
+}
+
+bool Put(unsigned short wPort, const std::string& strDir)
+{
+    CTransferHost<ISubmitFileClientCallback> host(strDir, true);
+    ISubmitFileClient* pClient = CreateSubmitFileClient(&host);
+    unsigned short name[] = {'b', 0};
+    const bool bDone =
+        pClient->StartFileSubmit(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
+    pClient->Release();
+    return bDone;
+}
+
+}  // namespace
+
+int main(int nArguments, char** ppszArguments)
+{
+    // The library's trace lines go where nobody reads them.
+    FILE* pOutput = fdopen(dup(STDOUT_FILENO), "w");
+    if (pOutput == nullptr || freopen("/dev/null", "w", stdout) == nullptr)
+    {
+        return 1;
+    }
+    const std::string strMode = nArguments > 1 ? ppszArguments[1] : "";
+    if (strMode == "serve" && nArguments == 3)
+    {
+        return Serve(ppszArguments[2], pOutput) ? 0 : 1;
+    }
+    if ((strMode != "get" && strMode != "put") || nArguments != 4)
+    {
+        fputs("usage: FileHosts serve DIR | get PORT DIR | put PORT DIR\n", stderr);
+        return 2;
+    }
+    const auto wPort = static_cast<unsigned short>(atoi(ppszArguments[2]));
+    return (strMode == "get" ? Get : Put)(wPort, ppszArguments[3]) ? 0 : 1;
+}

@@ -1,0 +1,128 @@
+"""What is measured: each system serves a folder and moves files of it with a client of its own."""
+
+import os
+
+from measure import Process, free_port, wait_for_port
+
+
+class System:
+    """One server and the client that goes with it.
+
+    get and put return the client's command and its standard input; names are files of the folder.
+    """
+
+    name = ""
+    stops_by_signal = True
+
+    def serve(self, folder, work, count_calls=False):
+        """Starts the server on a folder; work is for its own files. Returns (Process, port)."""
+        port = free_port()
+        process = Process(self.command(folder, work, port), count_calls=count_calls)
+        wait_for_port(port)
+        return process, port
+
+    def command(self, folder, work, port):
+        raise NotImplementedError
+
+    def get(self, port, folder, names):
+        raise NotImplementedError
+
+    def put(self, port, folder, names):
+        raise NotImplementedError
+
+
+class OwnProgram(System):
+    """FileHosts and BarePattern: one program is both ends and tells the port that it listens on."""
+
+    stops_by_signal = False
+
+    def __init__(self, name, program):
+        self.name = name
+        self._program = program
+
+    def serve(self, folder, work, count_calls=False):
+        process = Process([self._program, "serve", folder], count_calls=count_calls)
+        return process, int(process.read_line())
+
+    def get(self, port, folder, names):
+        return [self._program, "get", str(port), folder], lines(names)
+
+    def put(self, port, folder, names):
+        return [self._program, "put", str(port), folder], lines(names)
+
+
+class Nginx(System):
+    """nginx with WebDAV for uploads, and curl."""
+
+    name = "nginx + curl"
+
+    def command(self, folder, work, port):
+        path = os.path.join(work, "nginx.conf")
+        write(
+            path,
+            f"""daemon off; master_process off; pid {work}/nginx.pid; error_log {work}/nginx.log;
+events {{}}
+http {{
+    access_log off; sendfile on; tcp_nopush on; keepalive_requests 1000000;
+    client_max_body_size 0; client_body_temp_path {folder}/.body; proxy_temp_path {work}/proxy;
+    fastcgi_temp_path {work}/fastcgi; uwsgi_temp_path {work}/uwsgi; scgi_temp_path {work}/scgi;
+    server {{ listen 127.0.0.1:{port}; root {folder};
+              location / {{ dav_methods PUT; }} }}
+}}
+""",
+        )
+        return ["nginx", "-c", path, "-e", f"{work}/nginx.log"]
+
+    def get(self, port, folder, names):
+        return CURL, lines(
+            f'url = "http://127.0.0.1:{port}/{name}"\noutput = "{folder}/{name}"' for name in names
+        )
+
+    def put(self, port, folder, names):
+        return [*CURL, "--header", "Expect:"], lines(
+            f'url = "http://127.0.0.1:{port}/{name}"\nupload-file = "{folder}/{name}"'
+            for name in names
+        )
+
+
+class Rsync(System):
+    """rsync's daemon and rsync, whole files, no delta."""
+
+    name = "rsync"
+
+    def command(self, folder, work, port):
+        path = os.path.join(work, "rsyncd.conf")
+        write(
+            path,
+            f"""port = {port}
+address = 127.0.0.1
+use chroot = no
+log file = {work}/rsyncd.log
+pid file = {work}/rsyncd.{port}.pid
+uid = {os.getuid()}
+gid = {os.getgid()}
+[files]
+    path = {folder}
+    read only = no
+""",
+        )
+        return ["rsync", "--daemon", "--no-detach", f"--config={path}"]
+
+    def get(self, port, folder, names):
+        return [*RSYNC, f"rsync://127.0.0.1:{port}/files/", f"{folder}/"], lines(names)
+
+    def put(self, port, folder, names):
+        return [*RSYNC, f"{folder}/", f"rsync://127.0.0.1:{port}/files/"], lines(names)
+
+
+CURL = ["curl", "--silent", "--show-error", "--fail", "--config", "-"]
+RSYNC = ["rsync", "--whole-file", "--inplace", "--files-from=-"]
+
+
+def lines(texts):
+    return "".join(text + "\n" for text in texts)
+
+
+def write(path, text):
+    with open(path, "w") as file:
+        file.write(text)
