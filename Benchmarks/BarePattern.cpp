@@ -309,13 +309,11 @@ void Put(int s, CReader& reader, const std::string& strDir, const std::string& s
     SendRecord(s, UPFI, request, WideName(strName));
     static char szBlock[WXSP_HEADER_SIZE + sizeof(_WXS_UPLOAD_FILE_BLOCK) + WXSP_UPLOAD_BLOCK_SIZE];
     const size_t nHead = sizeof szBlock - WXSP_UPLOAD_BLOCK_SIZE;
-    off_t nSent = 0;
     bool bLast = false;
     while (!bLast && reader.Next() != nullptr)
     {
         const size_t nRead = fread(szBlock + nHead, 1, WXSP_UPLOAD_BLOCK_SIZE, pFile);
-        nSent += static_cast<off_t>(nRead);
-        bLast = nRead == 0 || nSent >= info.st_size;
+        bLast = nRead == 0;
         const _WXS_PACKET header = {WXSP_VERSION, UPFB,
                                     static_cast<uint32_t>(sizeof(_WXS_UPLOAD_FILE_BLOCK) + nRead)};
         const _WXS_UPLOAD_FILE_BLOCK block = {0, bLast ? 1U : 0U};
