@@ -38,7 +38,7 @@ private:
     CIOEngine& m_engine;
     const int m_hSocket;
     const size_t m_nSize;
-    std::string m_strPart = std::string(size_t{1} << 20, '\0');
+    std::string m_strPart = std::string(std::min(m_nSize, size_t{1} << 20), '\0');
 };
 
 }  // namespace

@@ -1,10 +1,11 @@
-// Work that is asked for OSPREY_WORK times, 100 without that: scripts/growth counts the
-// instructions that each case takes, and those of twice as much. Everything runs on the test's own
-// thread.
+// Work that is asked for OSPREY_WORK times, 100 without that: scripts/growth and scripts/counts
+// count the instructions that each case takes, and those of twice as much. Everything runs on the
+// test's own thread.
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,9 @@ protected:
     const uint32_t m_dwWork = GetWork();
     const CTempFolder m_folder;
 };
-using WorkGrowth = CWorkTest;
+using Work = CWorkTest;
 
-TEST_F(WorkGrowth, Packets)
+TEST_F(Work, Packets)
 {
     CPeer peer = Connect();
     std::string strBytes = Wire::Brow();
@@ -48,7 +49,7 @@ TEST_F(WorkGrowth, Packets)
 }
 
 // As many uploads open at once on one connection; above 256 they are refused.
-TEST_F(WorkGrowth, Ids)
+TEST_F(Work, Ids)
 {
     CPeer peer = Connect();
     std::string strBytes = Wire::Brow();
@@ -64,7 +65,65 @@ TEST_F(WorkGrowth, Ids)
     Exchange(peer, strBytes, m_dwWork * Wire::Upfr(0, 0, 0).size());
 }
 
-TEST_F(WorkGrowth, Channels)
+// Requests that are answered, one after the other.
+TEST_F(Work, Requests)
+{
+    CPeer peer = Connect();
+    Exchange(peer, Wire::Brow(), 0);
+    for (uint32_t i = 0; i < m_dwWork; ++i)
+    {
+        peer.m_socket.Send(Wire::Namc(i, u"name"));
+        EXPECT_EQ(ReceiveWhileRunning(peer, 20).size(), 20U);
+    }
+}
+
+TEST_F(Work, UploadBlocks)
+{
+    CPeer peer = Connect();
+    const std::string strName = m_folder.GetPath("upload");
+    Exchange(peer,
+             Wire::Brow() + Wire::Upfi(1, ~0U, 0, std::u16string(strName.begin(), strName.end())),
+             Wire::Upfr(0, 0, 0).size());
+    const std::string strBlock = Wire::Upfb(1, 0, std::string(32768, 'x'));
+    for (uint32_t i = 0; i < m_dwWork; ++i)
+    {
+        peer.m_socket.Send(strBlock);
+        EXPECT_EQ(ReceiveWhileRunning(peer, 20).size(), 20U);
+    }
+}
+
+TEST_F(Work, DownloadBlocks)
+{
+    const size_t nBlock = 65536;
+    const std::string strName = m_folder.WriteFile("download", std::string(m_dwWork * nBlock, 'x'));
+    CPeer peer = Connect();
+    Exchange(peer, Wire::Brow(), 0);
+    peer.m_socket.Send(Wire::Dfil(1, 0, std::u16string(strName.begin(), strName.end())));
+    const size_t nSize = Wire::Dfrt(1, 0, 0, 0).size() + m_dwWork * (nBlock + 16) + 16;
+    EXPECT_EQ(ReceiveWhileRunning(peer, nSize).size(), nSize);
+}
+
+// A timer that fires and is armed again, among a thousand that wait.
+TEST_F(Work, Timers)
+{
+    std::vector<std::unique_ptr<CCallTimer>> waiting;
+    for (unsigned int i = 0; i < 1000; ++i)
+    {
+        waiting.push_back(std::make_unique<CCallTimer>(m_engine));
+        waiting.back()->m_dwInterval = 1000000000 + i;
+        m_engine.AddTimerHandler(waiting.back().get());
+    }
+    CCallTimer timer(m_engine);
+    timer.m_dwInterval = 10;
+    for (uint32_t i = 0; i < m_dwWork; ++i)
+    {
+        m_engine.AddTimerHandler(&timer);
+        Pass(11);
+    }
+    EXPECT_EQ(timer.m_nCalls, static_cast<int>(m_dwWork));
+}
+
+TEST_F(Work, Channels)
 {
     for (uint32_t i = 0; i < m_dwWork; ++i)
     {
@@ -83,7 +142,7 @@ TEST_F(WorkGrowth, Channels)
     }
 }
 
-TEST_F(WorkGrowth, ChannelPackets)
+TEST_F(Work, ChannelPackets)
 {
     CPeer peer = Open({7});
     for (uint32_t i = 0; i < m_dwWork; ++i)
@@ -95,7 +154,7 @@ TEST_F(WorkGrowth, ChannelPackets)
     EXPECT_EQ(strAll.size(), m_dwWork * Wire::Cpkt(7, "packet").size());
 }
 
-TEST_F(WorkGrowth, Readers)
+TEST_F(Work, Readers)
 {
     std::vector<CPeer> peers;
     for (uint32_t i = 0; i < m_dwWork; ++i)
