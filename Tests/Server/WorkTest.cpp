@@ -1,6 +1,6 @@
 // Work that is asked for OSPREY_WORK times, 100 without that: scripts/growth and scripts/counts
-// count the instructions that each case takes, and those of twice as much. Everything runs on the
-// test's own thread.
+// count the instructions that each case takes, and those of twice as much. OSPREY_CONNECTIONS, 100
+// without that, is how many stand beside it. Everything runs on the test's own thread.
 
 #include <gtest/gtest.h>
 
@@ -15,10 +15,10 @@
 namespace
 {
 
-uint32_t GetWork()
+uint32_t GetNumber(const char* pszName)
 {
-    const char* pszWork = getenv("OSPREY_WORK");
-    return pszWork != nullptr ? static_cast<uint32_t>(strtoul(pszWork, nullptr, 10)) : 100;
+    const char* pszNumber = getenv(pszName);
+    return pszNumber != nullptr ? static_cast<uint32_t>(strtoul(pszNumber, nullptr, 10)) : 100;
 }
 
 class CWorkTest : public CChannelTest
@@ -32,7 +32,28 @@ protected:
         EXPECT_EQ(strAnswers.size(), nAnswers + 20);
     }
 
-    const uint32_t m_dwWork = GetWork();
+    // Connections on which nothing ever comes. Each is a socket that is connected to itself: with
+    // one descriptor instead of two, ten thousand keep below the usual limit.
+    void ConnectIdle(uint32_t dwCount)
+    {
+        for (uint32_t i = 0; i < dwCount; ++i)
+        {
+            CRawSocket socket;
+            ASSERT_TRUE(socket.ConnectToItself());
+            m_core.ProcessClientConnect(socket.Release(), CSocketAddress(INADDR_LOOPBACK, 0));
+        }
+    }
+    // One after the other.
+    void Request(CPeer& peer)
+    {
+        for (uint32_t i = 0; i < m_dwWork; ++i)
+        {
+            peer.m_socket.Send(Wire::Namc(i, u"name"));
+            EXPECT_EQ(ReceiveWhileRunning(peer, 20).size(), 20U);
+        }
+    }
+
+    const uint32_t m_dwWork = GetNumber("OSPREY_WORK");
     const CTempFolder m_folder;
 };
 using Work = CWorkTest;
@@ -65,15 +86,38 @@ TEST_F(Work, Ids)
     Exchange(peer, strBytes, m_dwWork * Wire::Upfr(0, 0, 0).size());
 }
 
-// Requests that are answered, one after the other.
 TEST_F(Work, Requests)
 {
     CPeer peer = Connect();
     Exchange(peer, Wire::Brow(), 0);
+    Request(peer);
+}
+
+TEST_F(Work, RequestsBesideIdleConnections)
+{
+    ConnectIdle(GetNumber("OSPREY_CONNECTIONS"));
+    CPeer peer = Connect();
+    Exchange(peer, Wire::Brow(), 0);
+    Request(peer);
+}
+
+TEST_F(Work, Connections)
+{
+    ConnectIdle(m_dwWork);
+    RunPasses(3);
+    EXPECT_EQ(m_core.GetStreamCount(), static_cast<int>(m_dwWork));
+}
+
+TEST_F(Work, Files)
+{
+    const std::string strName = m_folder.WriteFile("file", std::string(100, 'x'));
+    CPeer peer = Connect();
+    Exchange(peer, Wire::Brow(), 0);
+    const size_t nAnswer = Wire::Dfrt(1, 0, 0, 0).size() + 16 + 100 + 16;
     for (uint32_t i = 0; i < m_dwWork; ++i)
     {
-        peer.m_socket.Send(Wire::Namc(i, u"name"));
-        EXPECT_EQ(ReceiveWhileRunning(peer, 20).size(), 20U);
+        peer.m_socket.Send(Wire::Dfil(i, 0, std::u16string(strName.begin(), strName.end())));
+        EXPECT_EQ(ReceiveWhileRunning(peer, nAnswer).size(), nAnswer);
     }
 }
 
@@ -121,6 +165,22 @@ TEST_F(Work, Timers)
         Pass(11);
     }
     EXPECT_EQ(timer.m_nCalls, static_cast<int>(m_dwWork));
+}
+
+TEST_F(Work, TimersAtOnce)
+{
+    std::vector<std::unique_ptr<CCallTimer>> timers;
+    for (unsigned int i = 0; i < m_dwWork; ++i)
+    {
+        timers.push_back(std::make_unique<CCallTimer>(m_engine));
+        timers.back()->m_dwInterval = 10 + i * 7919 % 1000;
+        m_engine.AddTimerHandler(timers.back().get());
+    }
+    Pass(1011);
+    for (const auto& pTimer : timers)
+    {
+        EXPECT_EQ(pTimer->m_nCalls, 1);
+    }
 }
 
 TEST_F(Work, Channels)

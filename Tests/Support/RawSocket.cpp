@@ -70,6 +70,17 @@ bool CRawSocket::ConnectFrom(unsigned int dwFrom, unsigned short wPort)
     return true;
 }
 
+bool CRawSocket::ConnectToItself()
+{
+    Close();
+    m_hSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in addr = LoopbackAddress(0);
+    socklen_t nSize = sizeof addr;
+    return bind(m_hSocket, Generic(addr), nSize) == 0 &&
+           getsockname(m_hSocket, reinterpret_cast<sockaddr*>(&addr), &nSize) == 0 &&
+           connect(m_hSocket, Generic(addr), nSize) == 0;
+}
+
 int CRawSocket::Release()
 {
     return std::exchange(m_hSocket, -1);

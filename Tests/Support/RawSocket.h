@@ -24,6 +24,8 @@ public:
     bool Connect(unsigned short wPort);
     // From another address of the loopback network, 127.0.0.2 say; in host byte order.
     bool ConnectFrom(unsigned int dwFrom, unsigned short wPort);
+    // One descriptor is both ends: what it sends it receives.
+    bool ConnectToItself();
     bool IsOpen() const
     {
         return m_hSocket >= 0;
