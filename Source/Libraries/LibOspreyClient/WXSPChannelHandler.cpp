@@ -14,6 +14,7 @@ namespace
 
 const unsigned int CHECK_PACKET_MS = 100;
 const int BATCH_PACKETS = 32;
+const size_t MAX_CHANNELS_LEFT = 64;
 
 }  // namespace
 
@@ -93,14 +94,22 @@ void CWXSPChannelHandler::AddChannels()
 // position in each has to be forgotten in the end. False when there are too many of them.
 bool CWXSPChannelHandler::LeaveChannelsBehind()
 {
-    const int nChannels = static_cast<int>(m_dwNumChannels);
-    if (m_nLeftBehind + nChannels > MAX_LEFT_BEHIND)
+    if (m_channelsLeft.size() + m_dwNumChannels > MAX_CHANNELS_LEFT)
     {
         return false;
     }
-    std::copy_n(m_dwChannels, nChannels, m_dwLeftBehind + m_nLeftBehind);
-    std::copy_n(m_bAdded, nChannels, m_bLeftAdded + m_nLeftBehind);
-    m_nLeftBehind += nChannels;
+    try
+    {
+        m_channelsLeft.reserve(m_channelsLeft.size() + m_dwNumChannels);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+    for (unsigned int i = 0; i < m_dwNumChannels; ++i)
+    {
+        m_channelsLeft.push_back({m_dwChannels[i], m_bAdded[i]});
+    }
     return true;
 }
 
@@ -289,18 +298,18 @@ void CWXSPChannelHandler::OnShutdown()
     {
         GiveBack(static_cast<CChannelSimpleBuffer*>(pNode));
     }
-    for (int i = 0; i < m_nLeftBehind; ++i)
+    for (const CLeftChannel& channel : m_channelsLeft)
     {
-        if (m_bLeftAdded[i])
+        if (channel.m_bAdded)
         {
-            m_pChannelPacketServer->LeaveChannel(m_dwLeftBehind[i], GetTask());
+            m_pChannelPacketServer->LeaveChannel(channel.m_dwChannel, GetTask());
         }
         else
         {
-            m_pChannelPacketServer->RemoveTask(m_dwLeftBehind[i], GetTask());
+            m_pChannelPacketServer->RemoveTask(channel.m_dwChannel, GetTask());
         }
     }
-    m_nLeftBehind = 0;
+    m_channelsLeft.clear();
     for (unsigned int i = 0; i < m_dwNumChannels; ++i)
     {
         if (m_bAdded[i])

@@ -4,6 +4,7 @@
 // Internal header.
 
 #include <list>
+#include <vector>
 
 #include "ChannelPacketServer.h"
 #include "ChannelSimpleBuffer.h"
@@ -52,9 +53,10 @@ public:
     void ClearPacketPool();
 
 private:
-    enum
+    struct CLeftChannel
     {
-        MAX_LEFT_BEHIND = 64
+        unsigned int m_dwChannel;
+        bool m_bAdded;  // it is registered
     };
 
     long GetTask() const;
@@ -75,12 +77,10 @@ private:
     CChannelPacketServer* m_pChannelPacketServer;
     CMethodCallbackHandler<CWXSPChannelHandler, CTimerHandler> m_timerCheckPacket;
 
-    bool m_bAdded[WXSP_MAX_CHANNELS] = {};              // which of the channels are registered
-    bool m_bMissing = false;                            // some are not
-    unsigned int m_dwAddTime = 0;                       // when that was tried last
-    unsigned int m_dwLeftBehind[MAX_LEFT_BEHIND] = {};  // channels of earlier requests
-    bool m_bLeftAdded[MAX_LEFT_BEHIND] = {};            // which of those are registered
-    int m_nLeftBehind = 0;
+    bool m_bAdded[WXSP_MAX_CHANNELS] = {};         // which of the channels are registered
+    bool m_bMissing = false;                       // some are not
+    unsigned int m_dwAddTime = 0;                  // when that was tried last
+    std::vector<CLeftChannel> m_channelsLeft;      // those of earlier requests
     CDLinkedList m_listOut;                        // buffers at the stream
     std::list<CChannelSimpleBuffer*> m_listSpare;  // one buffer at most, for the next packet
     bool m_bNoDelay = false;                       // a flush has found packets
