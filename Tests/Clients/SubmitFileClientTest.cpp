@@ -350,7 +350,6 @@ TEST_F(SubmitFileClient, FurtherStopDoesNotCutTheGraceTimeShort)
     m_server.Expect(Wire::Delt(4, m_strRemote));
     std::thread stopper([this] { m_run.Stop(); });
     stop.Wait();
-    loops.Advance(0);
     loops.WaitForSleep(1000);  // the worker has met the stop, and goes on waiting
     EXPECT_TRUE(m_server.m_peer.IsSilent());
     m_server.Send(Wire::Result("DTRT", 4, 0));

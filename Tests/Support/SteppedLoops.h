@@ -13,7 +13,7 @@
 // While it lives, every loop of the process runs by a clock that the test moves, on whatever thread
 // it is: a loop's wait is cut into short ones, so that it looks at the clock again and again, and
 // how long it asked to wait is known here. A loop that asks for the whole of a time that the test
-// expects has done everything that was due before.
+// expects has done everything that was due, and everything that had come, before the test asked.
 //
 // Thread: used by the test's thread. Every loop must have ended before it goes.
 class CSteppedLoops
@@ -24,21 +24,30 @@ public:
     CSteppedLoops(const CSteppedLoops&) = delete;
     CSteppedLoops& operator=(const CSteppedLoops&) = delete;
 
-    // Waits until a loop, since the clock moved last, wants to sleep for exactly that long; -1 is
-    // without end. Fails the test at the deadline.
+    // Waits until a loop, after a whole pass from now on, wants to sleep for exactly that long; -1
+    // is without end. Fails the test at the deadline.
     bool WaitForSleep(int nTimeoutMs);
     void Advance(long long llMilliseconds);
     // Somebody sets the wall clock.
     void StepWall(long long llMilliseconds);
 
 private:
+    // The latest wait of a loop, and when it began: an older wait says nothing of what has happened
+    // since, and neither does the first one of a turn, whose time-out was reckoned before.
+    struct CSleep
+    {
+        int m_nTimeoutMs;
+        long long m_llTurn;
+    };
     int Poll(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs);
     bool Sleeps(int nTimeoutMs) const;
 
     CTestClock m_clock;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    std::map<int, int> m_sleeps;  // of each epoll descriptor, the time-out of its latest wait
+    long long m_llTurn = 0;                    // counts what the test has waited for
+    std::map<int, CSleep> m_sleeps;            // of each epoll descriptor that found nothing to do
+    std::map<int, long long> m_turnsOfPasses;  // the turn in which its present pass began
     const CReplacedCall<int(int, epoll_event*, int, int)> m_polling;
 };
 

@@ -65,8 +65,10 @@ void CTestClock::Advance(long long llMilliseconds)
 
 void CTestClock::AdvanceMicroseconds(long long llMicroseconds)
 {
-    g_llWallUs += llMicroseconds;
+    // Whoever reads the wall clock first, as the engine does, never finds it ahead of the other
+    // one: that would be a wall clock that was set.
     g_llMonotonicUs += llMicroseconds;
+    g_llWallUs += llMicroseconds;
 }
 
 void CTestClock::StepWall(long long llMilliseconds)
