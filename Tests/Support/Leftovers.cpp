@@ -4,7 +4,10 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "RawSocket.h"
@@ -18,11 +21,39 @@ int CountEntries(const char* pszFolder)
     return static_cast<int>(std::distance(begin(entries), end(entries)));
 }
 
+// Seen in proc(5), stat: the second field is in brackets, the ninth holds the flags. A thread that
+// somebody has joined may be listed still, since the system tells of its end a little before that.
+bool IsEnding(const std::filesystem::path& pathThread)
+{
+    const unsigned long EXITING = 4;  // PF_EXITING
+    std::ifstream file(pathThread / "stat");
+    std::string strLine;
+    std::getline(file, strLine);
+    if (strLine.empty())
+    {
+        return true;
+    }
+    std::istringstream fields(strLine.substr(strLine.rfind(')') + 1));
+    std::string strSkipped;
+    for (int nField = 3; nField < 9; ++nField)
+    {
+        fields >> strSkipped;
+    }
+    unsigned long ulFlags = 0;
+    fields >> ulFlags;
+    return (ulFlags & EXITING) != 0;
+}
+
 }  // namespace
 
 int CountThreads()
 {
-    return CountEntries("/proc/self/task");
+    int nCount = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
+    {
+        nCount += IsEnding(entry.path()) ? 0 : 1;
+    }
+    return nCount;
 }
 
 int CountDescriptors()

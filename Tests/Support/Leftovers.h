@@ -1,7 +1,8 @@
 #ifndef OSPREY_TESTS_LEFTOVERS_H
 #define OSPREY_TESTS_LEFTOVERS_H
 
-// How many threads and descriptors this process has.
+// How many threads and descriptors this process has. A thread that runs nothing of the program any
+// more does not count.
 int CountThreads();
 int CountDescriptors();
 
