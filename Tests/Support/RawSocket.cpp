@@ -5,12 +5,15 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 namespace
 {
@@ -266,16 +269,69 @@ CSocketPair::CSocketPair()
     m_near = server.Accept();
 }
 
-// Not one of those that the system gives to whoever connects: such a port could be taken again
-// before anybody listens on it.
+namespace
+{
+
+// Not those that the system gives to whoever connects: such a port could be taken again before
+// anybody listens on it.
+const unsigned int FIRST_PORT = 20000;
+const unsigned int BLOCK_PORTS = 100;
+const unsigned int BLOCKS = 120;
+
+// Blocks of ports that no other test process uses meanwhile, nor looks at: each is of whoever has
+// bound its name, which is no file and goes with the process.
+class COwnPorts
+{
+public:
+    unsigned short GetNext()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_dwUsed % BLOCK_PORTS == 0)
+        {
+            TakeBlock();
+        }
+        return static_cast<unsigned short>(FIRST_PORT + m_dwBlock * BLOCK_PORTS +
+                                           m_dwUsed++ % BLOCK_PORTS);
+    }
+
+private:
+    // Without a further one, those of the last one come again.
+    void TakeBlock()
+    {
+        for (unsigned int i = 0; i < BLOCKS; ++i)
+        {
+            const unsigned int dwBlock = (static_cast<unsigned int>(getpid()) + i) % BLOCKS;
+            CRawSocket name(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            const std::string strName = "osprey-test-ports-" + std::to_string(dwBlock);
+            strName.copy(address.sun_path + 1, strName.size());  // behind a 0: no file
+            const size_t nSize = offsetof(sockaddr_un, sun_path) + 1 + strName.size();
+            if (bind(name.GetHandle(), reinterpret_cast<sockaddr*>(&address),
+                     static_cast<socklen_t>(nSize)) == 0)
+            {
+                m_dwBlock = dwBlock;
+                m_names.push_back(std::move(name));
+                return;
+            }
+        }
+        EXPECT_FALSE(m_names.empty()) << "no ports for this process";
+    }
+
+    std::mutex m_mutex;
+    std::vector<CRawSocket> m_names;
+    unsigned int m_dwBlock = 0;
+    unsigned int m_dwUsed = 0;
+};
+
+}  // namespace
+
 unsigned short FreePort()
 {
-    const unsigned int FIRST = 20000;
-    const unsigned int COUNT = 12000;
-    static std::atomic<unsigned int> dwTurn{static_cast<unsigned int>(getpid()) * 37};
-    for (unsigned int i = 0; i < COUNT; ++i)
+    static COwnPorts ports;
+    for (unsigned int i = 0; i < BLOCKS * BLOCK_PORTS; ++i)
     {
-        const auto wPort = static_cast<unsigned short>(FIRST + dwTurn++ % COUNT);
+        const unsigned short wPort = ports.GetNext();
         const CRawSocket probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_in addr = LoopbackAddress(wPort, INADDR_ANY);
         if (bind(probe.GetHandle(), Generic(addr), sizeof addr) == 0)

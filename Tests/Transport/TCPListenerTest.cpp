@@ -121,8 +121,8 @@ TEST_F(TCPListener, InitiateDestroyWithoutASocketIsRefused)
 
 TEST_F(TCPListener, InitiateDestroyClosesInTheNextDeferredPass)
 {
-    ASSERT_TRUE(m_listener.Open());
-    const unsigned short wPort = m_listener.GetPort();
+    const unsigned short wPort = FreePort();  // nobody else listens there afterwards
+    ASSERT_TRUE(m_listener.Create(CSocketAddress(LOOPBACK, wPort), 10));
     CRawSocket early;
     early.Connect(wPort);
     EXPECT_TRUE(m_listener.InitiateDestroy());
