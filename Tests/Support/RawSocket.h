@@ -7,7 +7,7 @@
 #include <string>
 
 // How long anything that must happen may take, sanitizers and a busy machine included.
-const int WAIT_MS = 60000;
+const int WAIT_MS = 180000;
 
 class CRawSocket
 {
@@ -101,7 +101,8 @@ struct CSocketPair
     CRawSocket m_far;
 };
 
-// A port on 127.0.0.1 where nobody listens.
+// A port on 127.0.0.1 where nobody listens, and nobody will but this process and those that it
+// tells of it.
 unsigned short FreePort();
 
 // The port that a listening or connected descriptor is bound to.
