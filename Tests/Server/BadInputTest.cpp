@@ -13,7 +13,7 @@
 namespace
 {
 
-class CBadInputTest : public CServerTest
+class CBadInputTest : public CUntimedServerTest
 {
 protected:
     CBadInputTest()

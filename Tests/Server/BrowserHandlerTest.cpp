@@ -9,7 +9,7 @@
 namespace
 {
 
-class CBrowserTest : public CServerTest
+class CBrowserTest : public CUntimedServerTest
 {
 protected:
     CBrowserTest()

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "ServerFixture.h"
-#include "TestClock.h"
 
 namespace
 {
@@ -29,7 +28,7 @@ extern "C"
 namespace
 {
 
-class CCrowdTest : public CServerTest
+class CCrowdTest : public CUntimedServerTest
 {
 protected:
     CCrowdTest()
@@ -57,7 +56,6 @@ protected:
         m_host.WaitForDisconnects(++m_nGone);
     }
 
-    CTestClock m_clock;  // stands still: nobody is silent for too long, however slow the machine
     std::vector<CRawSocket> m_peers;
     size_t m_nGone = 0;
 };

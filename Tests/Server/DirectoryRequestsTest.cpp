@@ -53,7 +53,7 @@ extern "C"
 namespace
 {
 
-class CDirectoryTest : public CServerTest
+class CDirectoryTest : public CUntimedServerTest
 {
 protected:
     CDirectoryTest()

@@ -10,7 +10,7 @@
 namespace
 {
 
-class CDownloadTest : public CServerTest
+class CDownloadTest : public CUntimedServerTest
 {
 protected:
     CDownloadTest()

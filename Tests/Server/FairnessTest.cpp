@@ -10,12 +10,11 @@
 #include <vector>
 
 #include "ServerFixture.h"
-#include "TestClock.h"
 
 namespace
 {
 
-using ServerFairness = CServerTest;
+using ServerFairness = CUntimedServerTest;
 
 const size_t BLOCK_SIZE = 65536;
 
@@ -83,7 +82,7 @@ TEST_F(ServerFairness, AThousandDownloadsUnderOneIdQueueNoMoreBlocksThanOne)
 }
 
 // A host that takes its time over every request, and a row of requests in one piece.
-class CSlowHostTest : public CServerTest
+class CSlowHostTest : public CUntimedServerTest
 {
 protected:
     static const int ROW = 60;
@@ -201,12 +200,10 @@ TEST_F(ServerSlowRequests, ConnectionTerminatedInItsRowEndsOnce)
 
 TEST_F(ServerSlowRequests, RowThatTakesLongerThanTheKeepAliveTimeIsServedToItsEnd)
 {
-    CTestClock clock;
-    m_fnOnFirst = [&clock] { clock.Advance(30001); };
+    m_fnOnFirst = [this] { m_clock.Advance(30001); };
     SendRow();
     m_host.WaitForRequests(2U + ROW);
     EXPECT_EQ(GetNames().back(), "row" + std::to_string(ROW));
-    Stop();
 }
 
 TEST_F(ServerSlowRequests, PeerThatResetsInItsRowEndsOnce)

@@ -12,6 +12,7 @@
 #include "RawSocket.h"
 #include "RecordingHost.h"
 #include "TempFolder.h"
+#include "TestClock.h"
 #include "WireRecords.h"
 
 std::u16string Widen(const std::string& strASCII);
@@ -46,6 +47,18 @@ protected:
     CRecordingHost m_host;
     IOspreyServer* m_pServer;
     unsigned short m_wPort = 0;
+};
+
+// The same with a clock that stands still: nobody is silent for too long, however slow the machine.
+class CUntimedServerTest : public CServerTest
+{
+protected:
+    ~CUntimedServerTest() override
+    {
+        Stop();  // before its clock goes
+    }
+
+    CTestClock m_clock;
 };
 
 #endif

@@ -15,7 +15,7 @@
 namespace
 {
 
-using ServerLifecycle = CServerTest;
+using ServerLifecycle = CUntimedServerTest;
 
 TEST_F(ServerLifecycle, ReleasedWithoutAStart) {}
 

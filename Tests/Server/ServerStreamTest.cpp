@@ -10,12 +10,11 @@
 #include "ServerFixture.h"
 #include "StdoutCapture.h"
 #include "SystemCalls.h"
-#include "TestClock.h"
 
 namespace
 {
 
-class CStreamTest : public CServerTest
+class CStreamTest : public CUntimedServerTest
 {
 protected:
     CStreamTest()
@@ -175,7 +174,7 @@ TEST_F(ServerStream, PeerThatResetsIsDetached)
 }
 
 // The server's worker reads a clock that the test moves; a new connection makes it look.
-class CKeepAliveTest : public CServerTest
+class CKeepAliveTest : public CUntimedServerTest
 {
 protected:
     CKeepAliveTest()
@@ -188,12 +187,6 @@ protected:
         CRawSocket peer = Browse();
         ExpectAlive(peer);
     }
-    ~CKeepAliveTest() override
-    {
-        Stop();  // before the clock goes
-    }
-
-    CTestClock m_clock;
 };
 using ServerKeepAlive = CKeepAliveTest;
 
@@ -250,7 +243,7 @@ TEST_F(ServerKeepAlive, PacketThatCanNeverCompleteEndsThatWayToo)
 }
 
 // A second descriptor of the newest connection's socket shows what the system was told for it.
-class CServerSocketTest : public CServerTest
+class CServerSocketTest : public CUntimedServerTest
 {
 protected:
     CServerSocketTest()

@@ -13,7 +13,7 @@
 namespace
 {
 
-class CUploadTest : public CServerTest
+class CUploadTest : public CUntimedServerTest
 {
 protected:
     CUploadTest() : m_strPath(m_folder.GetPath("file"))
