@@ -106,6 +106,7 @@ TEST_F(ChannelsCrowd, FindsTheServerAgainByItself)
     const unsigned int dwStored = GetStored();
     for (const auto& pPutter : m_putters)
     {
+        pPutter->WaitForRefusal();
         pPutter->PutUpTo(pPutter->GetStored() + 1000);  // less than a channel keeps
     }
     ASSERT_TRUE(m_pServer->Startup(0, m_wPort));

@@ -152,7 +152,7 @@ void LoseNothing()
     // What was on its way may still arrive, and a slow machine takes its time over that.
     const unsigned int dwCut = linked.WaitForRest(milliseconds(1500));
     linked.m_network.SetFarUp(true);
-    linked.m_client.WaitForNumber(dwCut + 400);
+    linked.m_client.WaitForNumber(dwCut + 150);
     ExpectWhole(linked.m_client, FIRST);
     linked.m_client.Look(
         [&]

@@ -18,6 +18,8 @@ namespace
 {
 
 const unsigned int CHANNELS = 3;
+// A channel keeps 2,048 packets: 40 seconds, which is more than any connection outlives a cut.
+const std::chrono::milliseconds PAUSE(20);
 
 bool EnterNetwork(const char* pszPath)
 {
@@ -39,7 +41,7 @@ bool EnterNetwork(const char* pszPath)
                 ++dwNumbers[i];
             }
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(PAUSE);
     }
 }
 
