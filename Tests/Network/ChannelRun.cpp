@@ -214,7 +214,7 @@ private:
         m_outcome.Forbid(!bBack, "no packet came any more");
         const double dMost =
             (m_setting.m_nLoss > 0 ? MUST_BE_BACK_LOSSY_SECONDS : MUST_BE_BACK_SECONDS) +
-            0.004 * m_setting.m_nDelayMs;
+            0.004 * m_setting.m_nDelayMs + m_setting.m_nSlackSeconds;
         m_outcome.Forbid(m_outcome.m_dBack > dMost, "packets come again too long after the link");
         if (m_setting.m_nCutSeconds > MUST_KNOW_SECONDS)
         {

@@ -1,23 +1,27 @@
 #ifndef OSPREY_TESTS_FILEHOSTS_H
 #define OSPREY_TESTS_FILEHOSTS_H
 
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "Events.h"
 #include "LibOsprey.h"
 
 // A client's host with one file. Events: "connected", "half way", "whole", "failed 5", "lost 104",
-// "start failed", "no more".
+// "start failed", "no more". What is to happen half way is done while the client waits for it:
+// before any further byte of the file moves through the client.
 template <class CCallback>
 class COneFileHost final : public CCallback
 {
 public:
     COneFileHost(CEvents& events, std::string strLocalPath, std::string strRemote,
-                 long long llNumber)
+                 long long llNumber, std::function<void()> fnHalfWay)
         : m_events(events),
           m_strLocalPath(std::move(strLocalPath)),
           m_strRemote(std::move(strRemote)),
-          m_llNumber(llNumber)
+          m_llNumber(llNumber),
+          m_fnHalfWay(std::move(fnHalfWay))
     {
     }
 
@@ -49,8 +53,10 @@ public:
     }
     void OnProgress(unsigned int dwPercent) override
     {
-        if (dwPercent >= 30)
+        if (dwPercent >= 30 && !m_bHalfWay)
         {
+            m_bHalfWay = true;
+            m_fnHalfWay();
             m_events.Add("half way");
         }
     }
@@ -68,7 +74,9 @@ private:
     std::string m_strLocalPath;
     std::string m_strRemote;
     long long m_llNumber;
+    std::function<void()> m_fnHalfWay;
     bool m_bTaken = false;
+    bool m_bHalfWay = false;
 };
 
 // The server's host, which serves one file whatever the peer calls it. Events: "server moved all",

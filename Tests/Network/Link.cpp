@@ -19,7 +19,7 @@ extern char** environ;
 namespace
 {
 
-const int ANSWER_MS = 20000;
+const int ANSWER_MS = 60000;
 
 std::vector<std::string> Arguments(const CSetting& setting, int hNear, int hFar)
 {

@@ -101,7 +101,8 @@ int main(int nArguments, char** ppszArguments)
     {
         fputs(
             "LinkRun upload|download|channel [delay=MS] [jitter=MS] [loss=%] [reorder=%]\n"
-            "        [duplicate=%] [corrupt=%] [cut=SECONDS|ever] [rate=KBIT] [bytes=N] [seed=N]\n",
+            "        [duplicate=%] [corrupt=%] [cut=SECONDS|ever] [rate=KBIT] [bytes=N] [seed=N]\n"
+            "        [slack=SECONDS]\n",
             stderr);
         return WRONG_USAGE;
     }

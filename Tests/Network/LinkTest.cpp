@@ -1,5 +1,5 @@
 // The library over links with faults, two networks and a cable each. scripts/network runs the same
-// over many more of them, and over long cuts.
+// over many more of them, and over long cuts, and holds it to its times: here the machine is busy.
 
 #include <gtest/gtest.h>
 
@@ -30,17 +30,17 @@ TEST(LateLink, OfATenthOfASecondTakesAnUploadWhole)
 
 TEST(SilentLink, OfOneSecondInTheMiddleOfAnUploadIsSurvived)
 {
-    EXPECT_LINK_RUN("upload", "delay=10", "cut=1", "bytes=300007");
+    EXPECT_LINK_RUN("upload", "delay=10", "cut=1");
 }
 
 TEST(SilentLink, OfOneSecondInTheMiddleOfADownloadIsSurvived)
 {
-    EXPECT_LINK_RUN("download", "delay=10", "cut=1", "bytes=300007");
+    EXPECT_LINK_RUN("download", "delay=10", "cut=1");
 }
 
 TEST(SilentLink, OfOneSecondHoldsChannelsUpAndLosesNothing)
 {
-    EXPECT_LINK_RUN("channel", "delay=10", "cut=1");
+    EXPECT_LINK_RUN("channel", "delay=10", "cut=1", "slack=60");
 }
 
 TEST(DisorderlyLink, ChangesNoByteOfAnUpload)

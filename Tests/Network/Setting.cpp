@@ -17,6 +17,7 @@ const CField FIELDS[] = {
     {"duplicate", &CSetting::m_nDuplicate}, {"corrupt", &CSetting::m_nCorrupt},
     {"cut", &CSetting::m_nCutSeconds},      {"rate", &CSetting::m_nRateKbit},
     {"bytes", &CSetting::m_nBytes},         {"seed", &CSetting::m_nSeed},
+    {"slack", &CSetting::m_nSlackSeconds},
 };
 
 bool TakeField(CSetting& setting, const std::string& strWord)

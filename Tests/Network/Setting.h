@@ -39,6 +39,7 @@ struct CSetting
     int m_nRateKbit = 4000;  // so that a transfer takes seconds
     int m_nBytes = 1000003;  // of the file
     int m_nSeed = 1;
+    int m_nSlackSeconds = 0;  // by which packets may be back later: the machine has others to serve
 };
 
 #endif
