@@ -72,6 +72,27 @@ TEST(CommandLine, DownloadTakesNamesAndAFolder)
     EXPECT_EQ(options.m_strConnection, "me");
 }
 
+TEST(CommandLine, JobsAreOneTo64)
+{
+    for (const char* pszCommand : {"submit", "download"})
+    {
+        COptions options;
+        ASSERT_TRUE(Parse({pszCommand, "h", "a"}, options).m_bRun);
+        EXPECT_EQ(options.m_dwJobs, 1U);
+        ASSERT_TRUE(Parse({pszCommand, "h", "a", "--jobs", "64"}, options).m_bRun);
+        EXPECT_EQ(options.m_dwJobs, 64U);
+        ASSERT_TRUE(Parse({pszCommand, "h", "-j", "1", "a"}, options).m_bRun);
+        EXPECT_EQ(options.m_dwJobs, 1U);
+        for (const char* pszJobs : {"0", "65", "x", "-1", "", "1.5", "4294967297"})
+        {
+            EXPECT_NE(Fault({pszCommand, "h", "a", "--jobs", pszJobs}).find("--jobs"),
+                      std::string::npos)
+                << pszJobs;
+        }
+    }
+    EXPECT_NE(Fault({"serve", "--root", "d", "--jobs", "2"}).find("--jobs"), std::string::npos);
+}
+
 TEST(CommandLine, ConnectionsGetANameUnlessTheyAreGivenOne)
 {
     COptions options;

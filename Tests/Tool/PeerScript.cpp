@@ -1,22 +1,17 @@
 #include "PeerScript.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include "WireRecords.h"
 
-std::string CPeerScript::GetPeer() const
+void CPeerConnection::TakeName()
 {
-    return "127.0.0.1:" + std::to_string(m_server.GetPort());
-}
-
-void CPeerScript::Accept()
-{
-    m_socket = m_server.Accept();
     const std::string strRequest = Expect("NAMC");
     m_socket.Send(Wire::Result("NAMR", Wire::GetU32(strRequest, 12), 0));
 }
 
-std::string CPeerScript::Expect(const char* pszCode)
+std::string CPeerConnection::Expect(const char* pszCode)
 {
     std::string strPacket = m_socket.ReceivePacket();
     while (Wire::GetCode(strPacket) == "BROW")
@@ -25,4 +20,27 @@ std::string CPeerScript::Expect(const char* pszCode)
     }
     EXPECT_EQ(Wire::GetCode(strPacket), pszCode);
     return strPacket;
+}
+
+std::string CPeerScript::GetPeer() const
+{
+    return "127.0.0.1:" + std::to_string(m_server.GetPort());
+}
+
+CPeerConnection CPeerScript::AcceptOne()
+{
+    CPeerConnection connection(m_server.Accept());
+    connection.TakeName();
+    return connection;
+}
+
+void CPeerScript::RefuseOne()
+{
+    m_server.Accept().Reset();
+}
+
+bool CPeerScript::HasCaller() const
+{
+    pollfd pfd = {m_server.GetHandle(), POLLIN, 0};
+    return poll(&pfd, 1, 0) == 1;
 }

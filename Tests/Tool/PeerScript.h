@@ -5,15 +5,15 @@
 
 #include "RawSocket.h"
 
-// A server whose every answer the test gives by hand, for the tool as a client.
-class CPeerScript
+// A connection of the tool at a server whose every answer the test gives by hand.
+class CPeerConnection
 {
 public:
-    // "127.0.0.1:PORT".
-    std::string GetPeer() const;
+    CPeerConnection() = default;
+    explicit CPeerConnection(CRawSocket&& socket) : m_socket(std::move(socket)) {}
 
-    // Takes the tool's connection and its name.
-    void Accept();
+    // Takes the connection's name.
+    void TakeName();
 
     // The next request but keep-alives, whose letters must be these. Returns it.
     std::string Expect(const char* pszCode);
@@ -24,8 +24,40 @@ public:
     }
 
 private:
-    CRawServer m_server;
     CRawSocket m_socket;
+};
+
+// Such a server.
+class CPeerScript
+{
+public:
+    // "127.0.0.1:PORT".
+    std::string GetPeer() const;
+
+    // The tool's next connection, its name taken.
+    CPeerConnection AcceptOne();
+    // Ends the tool's next connection before it has a name.
+    void RefuseOne();
+    // True when there is a connection that was not accepted.
+    bool HasCaller() const;
+
+    // For a tool with one connection.
+    void Accept()
+    {
+        m_connection = AcceptOne();
+    }
+    std::string Expect(const char* pszCode)
+    {
+        return m_connection.Expect(pszCode);
+    }
+    CRawSocket& Socket()
+    {
+        return m_connection.Socket();
+    }
+
+private:
+    CRawServer m_server;
+    CPeerConnection m_connection;
 };
 
 #endif

@@ -5,59 +5,24 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <exception>
+#include <string>
 
-#include "Text.h"
 #include "Units.h"
 
-namespace
-{
-
-const long long NAMING_MS = 10000;  // time to answer once connected
-const long long STOP_MS = 500;      // a stop that has done nothing by then is lost
-
-long long SteadyMs()
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-}  // namespace
-
-// Marks the time that the worker spends in the host: it may be long (a slow disk) and is no stall.
-class CClientRun::CBusy final
-{
-public:
-    explicit CBusy(CClientRun& run) : m_run(run)
-    {
-        m_run.m_bInside = true;
-    }
-    ~CBusy()
-    {
-        m_run.Touch();
-        m_run.m_bInside = false;
-    }
-    CBusy(const CBusy&) = delete;
-    CBusy& operator=(const CBusy&) = delete;
-
-private:
-    CClientRun& m_run;
-};
-
-CClientRun::CClientRun(const COptions& options, COutput& output, CProgress& progress)
-    : m_progress(progress),
-      m_options(options),
+CClientRun::CClientRun(const COptions& options, COutput& output, CProgress& progress,
+                       CTransferWork& work, size_t nLanes)
+    : m_options(options),
       m_output(output),
+      m_progress(progress),
+      m_work(work),
+      m_nLanes(nLanes),
       m_nWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    ToUTF16(options.m_strConnection, m_listName);
 }
 
 CClientRun::~CClientRun()
 {
+    m_listLanes.clear();
     if (m_nWake >= 0)
     {
         close(m_nWake);
@@ -77,8 +42,8 @@ int CClientRun::Execute()
     m_output.EndWithReader();
     for (const unsigned int dwAddress : listAddresses)
     {
-        RunOnce(dwAddress, signals);
-        if (m_bConnected || m_bInterrupted)
+        RunAt(dwAddress, signals);
+        if (IsConnected() || m_bInterrupted)
         {
             break;
         }
@@ -87,42 +52,37 @@ int CClientRun::Execute()
     return Report();
 }
 
-void CClientRun::RunOnce(unsigned int dwAddress, const CSignals& signals)
+void CClientRun::RunAt(unsigned int dwAddress, const CSignals& signals)
 {
-    m_nEnd = END_NOT_YET;
-    m_bStalled = false;
-    m_llEnding = 0;
-    m_nLostError = 0;
-    m_llStarted = SteadyMs();
-    Touch();
-    m_bStartRefused = !StartClient(m_listName.data(), dwAddress, m_options.m_peer.m_wPort,
-                                   m_options.m_dwConnectSeconds * 1000);
-    if (m_bStartRefused)
+    m_listLanes.clear();
+    AddLane(dwAddress);
+    WaitForEnd(dwAddress, signals);
+}
+
+void CClientRun::AddLane(unsigned int dwAddress)
+{
+    m_listLanes.push_back(
+        std::make_unique<CClientLane>(m_options, m_work, m_progress, [this] { Wake(); }));
+    m_listLanes.back()->Start(dwAddress);
+}
+
+void CClientRun::AddOtherLanes(unsigned int dwAddress)
+{
+    const CClientLane& first = *m_listLanes.front();
+    if (m_listLanes.size() > 1 || !first.IsOpen() || !first.HasBegunFile())
     {
         return;
     }
-    WaitForEnd(signals);
-    StopClient();
+    const size_t nUseful = std::min(m_nLanes, m_work.FilesLeft() + 1);
+    while (m_listLanes.size() < nUseful)
+    {
+        AddLane(dwAddress);
+    }
 }
 
-void CClientRun::BeginEnd()
+void CClientRun::WaitForEnd(unsigned int dwAddress, const CSignals& signals)
 {
-    m_llEnding = SteadyMs();
-}
-
-bool CClientRun::IsEnding() const
-{
-    return m_llEnding != 0;
-}
-
-bool CClientRun::IsStopLost() const
-{
-    return IsEnding() && SteadyMs() - m_llEnding > STOP_MS;
-}
-
-void CClientRun::WaitForEnd(const CSignals& signals)
-{
-    while (m_nEnd == END_NOT_YET)
+    while (IsOpen())
     {
         pollfd sources[] = {{signals.Descriptor(), POLLIN, 0}, {m_nWake, POLLIN, 0}};
         const int nReady = poll(sources, 2, WaitMs());
@@ -132,13 +92,30 @@ void CClientRun::WaitForEnd(const CSignals& signals)
             Interrupt(signals);
             return;
         }
-        if (IsStalled())
-        {
-            m_bStalled = true;
-            BeginEnd();
-            return;
-        }
+        TakeWakes();
+        TendLanes();
+        AddOtherLanes(dwAddress);
         m_progress.Draw();
+    }
+}
+
+void CClientRun::TendLanes()
+{
+    for (const auto& pLane : m_listLanes)
+    {
+        if (!pLane->IsOpen())
+        {
+            continue;
+        }
+        if (pLane->IsOver())
+        {
+            pLane->Close();
+            pLane->FailLost();
+        }
+        else if (pLane->IsStalled())
+        {
+            pLane->Stop(true);
+        }
     }
 }
 
@@ -147,7 +124,45 @@ void CClientRun::Interrupt(const CSignals& signals)
     m_bInterrupted = true;
     m_progress.Interrupted();
     signals.ForceOnNext([this] { CleanUp(); });
-    BeginEnd();
+    // Each may take a while to say goodbye: all at once.
+    for (const auto& pLane : m_listLanes)
+    {
+        if (pLane->IsOpen())
+        {
+            pLane->Stop(false);
+        }
+    }
+    for (const auto& pLane : m_listLanes)
+    {
+        if (pLane->IsOpen())
+        {
+            pLane->Close();
+        }
+    }
+}
+
+// Any thread once the run is interrupted.
+void CClientRun::CleanUp()
+{
+    for (const auto& pLane : m_listLanes)
+    {
+        pLane->CleanUp();
+    }
+}
+
+// Any thread.
+void CClientRun::Wake() const
+{
+    const unsigned long long ullOne = 1;
+    // A full counter wakes as well.
+    static_cast<void>(write(m_nWake, &ullOne, sizeof ullOne) < 0);
+}
+
+void CClientRun::TakeWakes() const
+{
+    unsigned long long ullCount = 0;
+    // There may be none.
+    static_cast<void>(read(m_nWake, &ullCount, sizeof ullCount) < 0);
 }
 
 int CClientRun::WaitMs() const
@@ -156,107 +171,40 @@ int CClientRun::WaitMs() const
     return nDraw < 0 ? 1000 : nDraw;
 }
 
-bool CClientRun::IsStalled() const
+CClientRun::CLanes CClientRun::Find(bool (*fnIs)(const CClientLane&)) const
 {
-    if (m_bInside || m_nEnd != END_NOT_YET)
+    CLanes listFound;
+    for (const auto& pLane : m_listLanes)
     {
-        return false;
-    }
-    const long long llNow = SteadyMs();
-    if (!m_bConnected)
-    {
-        return llNow - m_llStarted > m_options.m_dwConnectSeconds * 1000LL + NAMING_MS;
-    }
-    return m_options.m_dwStallSeconds != 0 &&
-           llNow - m_llTouched > m_options.m_dwStallSeconds * 1000LL;
-}
-
-void CClientRun::Touch()
-{
-    m_llTouched = SteadyMs();
-}
-
-void CClientRun::End(EEnd eEnd)
-{
-    int nExpected = END_NOT_YET;
-    m_nEnd.compare_exchange_strong(nExpected, eEnd);
-    const unsigned long long ullOne = 1;
-    // A full counter wakes as well.
-    static_cast<void>(write(m_nWake, &ullOne, sizeof ullOne) < 0);
-}
-
-void CClientRun::Connected()
-{
-    const CBusy busy(*this);
-    m_bConnected = true;
-    m_progress.Connected(m_options.m_peer.ToString());
-}
-
-void CClientRun::StartFailed()
-{
-    End(END_START_FAILED);
-}
-
-void CClientRun::Disconnected(int nError)
-{
-    m_nLostError = nError;
-    End(m_bConnected ? END_LOST : END_START_FAILED);
-}
-
-bool CClientRun::GetNext(std::string& strLocal, std::string& strRemote, long long& llNumber)
-{
-    const CBusy busy(*this);
-    if (IsEnding())
-    {
-        return false;
-    }
-    try
-    {
-        if (NextFile(strLocal, strRemote, llNumber))
+        if (fnIs(*pLane))
         {
-            // Finding the file may have taken its time.
-            m_bUnderWay = !IsEnding();
-            return m_bUnderWay;
+            listFound.push_back(pLane.get());
         }
     }
-    catch (const std::exception& error)
-    {
-        m_progress.Message(std::string("cannot go on: ") + error.what());
-        End(END_LOST);
-        return false;
-    }
-    End(END_DONE);
-    return false;
+    return listFound;
 }
 
-void CClientRun::Progress(unsigned int dwPercent)
+bool CClientRun::IsOpen() const
 {
-    const CBusy busy(*this);
-    if (IsStopLost())
-    {
-        StopClient();
-        return;
-    }
-    FileMoves(dwPercent);
+    return !Find([](const CClientLane& lane) { return lane.IsOpen(); }).empty();
 }
 
-void CClientRun::Completed()
+bool CClientRun::IsConnected() const
 {
-    const CBusy busy(*this);
-    m_bUnderWay = false;
-    FileEnds();
+    return !Find([](const CClientLane& lane) { return lane.IsConnected(); }).empty();
 }
 
-void CClientRun::Failed(int nCode)
+// A lane that did not connect has taken nothing.
+bool CClientRun::IsDone() const
 {
-    const CBusy busy(*this);
-    m_bUnderWay = false;
-    FileFails(ReasonOf(nCode));
+    return IsConnected() &&
+           Find([](const CClientLane& lane) { return lane.IsConnected() && !lane.IsDone(); })
+               .empty();
 }
 
 int CClientRun::Report()
 {
-    if (m_nEnd != END_DONE && m_bInterrupted)
+    if (m_bInterrupted && !IsDone())
     {
         if (!m_output.IsBroken())
         {
@@ -264,57 +212,52 @@ int CClientRun::Report()
         }
         return EXIT_INTERRUPTED;
     }
-    if (!m_bConnected)
+    if (!IsConnected())
     {
         m_progress.Message("cannot connect to " + m_options.m_peer.ToString() + ": " +
-                           WhyNotConnected());
+                           m_listLanes.back()->WhyNotConnected());
         return EXIT_NOT_CONNECTED;
     }
-    if (m_nEnd != END_DONE)
+    ReportMissing();
+    if (!IsDone())
     {
-        return ReportLost();
+        ReportLost();
     }
     m_progress.Finish();
+    if (!IsDone())
+    {
+        return EXIT_CONNECTION_LOST;
+    }
     return m_progress.Failures() > 0 ? EXIT_FILE_FAILED : EXIT_DONE;
 }
 
-int CClientRun::ReportLost()
+void CClientRun::ReportMissing()
 {
-    std::string strWhy = "closed by the server";
-    if (m_bStalled)
+    const CLanes listMissing = Find([](const CClientLane& lane) { return !lane.IsConnected(); });
+    if (!listMissing.empty() && !m_bInterrupted)
     {
-        strWhy = "nothing moved for " + FormatCount(m_options.m_dwStallSeconds, "second");
+        m_progress.Message(Connections(listMissing.size(), m_listLanes.size()) +
+                           " could not be opened: " + listMissing.front()->WhyNotConnected());
     }
-    else if (m_nLostError != 0)
-    {
-        strWhy = strerror(m_nLostError);
-    }
-    if (m_bUnderWay)
-    {
-        FileFails("the connection was lost on the way");
-    }
-    const size_t nLeft = FilesLeft();
-    m_progress.Message("connection to " + m_options.m_peer.ToString() + " lost: " + strWhy +
-                       (nLeft == 0 ? "" : "; not tried: " + FormatCount(nLeft, "file")));
-    m_progress.Finish();
-    return EXIT_CONNECTION_LOST;
 }
 
-std::string CClientRun::WhyNotConnected() const
+void CClientRun::ReportLost()
 {
-    if (m_bStartRefused)
-    {
-        return "no socket, memory or thread to be had";
-    }
-    if (m_bStalled)
-    {
-        return "no answer, perhaps no osprey server";
-    }
-    if (SteadyMs() - m_llStarted >= m_options.m_dwConnectSeconds * 1000LL)
-    {
-        return "timed out";
-    }
-    return m_nLostError != 0 ? strerror(m_nLostError) : "refused, or not to be reached";
+    const CLanes listConnected = Find([](const CClientLane& lane) { return lane.IsConnected(); });
+    const CLanes listLost =
+        Find([](const CClientLane& lane) { return lane.IsConnected() && !lane.IsDone(); });
+    const size_t nLeft = m_work.FilesLeft();
+    m_progress.Message(Connections(listLost.size(), listConnected.size()) +
+                       " lost: " + listLost.front()->WhyLost() +
+                       (nLeft == 0 ? "" : "; not tried: " + FormatCount(nLeft, "file")));
+}
+
+std::string CClientRun::Connections(size_t nThese, size_t nAll) const
+{
+    const std::string strWhich =
+        nAll == 1 ? "connection"
+                  : std::to_string(nThese) + " of " + std::to_string(nAll) + " connections";
+    return strWhich + " to " + m_options.m_peer.ToString();
 }
 
 CProgress::EStyle ProgressStyle(const COptions& options, const COutput& output)

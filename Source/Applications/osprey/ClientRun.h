@@ -1,153 +1,71 @@
 #ifndef OSPREY_TOOL_CLIENTRUN_H
 #define OSPREY_TOOL_CLIENTRUN_H
 
-#include <atomic>
-#include <chrono>
-#include <mutex>
-#include <string>
+#include <memory>
 #include <vector>
 
+#include "ClientLane.h"
 #include "CommandLine.h"
-#include "LibOsprey.h"
 #include "Output.h"
 #include "Progress.h"
 #include "Signals.h"
+#include "TransferWork.h"
 
-// One run of a file client, as submit and download share it: connect, file after file, end.
+// One run of submit or download: connect, move the work over one lane or several, end.
 //
-//   main thread                                    worker thread of the client
-//   -----------                                    ---------------------------
-//   Execute: resolve, start                        callbacks --> NextFile, FileMoves, FileEnds, ...
-//   wait: a signal, the end, time to draw  <-wake- Connected, GetNext false, StartFailed, Lost
-//   stop (joins), exit code
+// The first lane is alone until it begins with a file. By then it has found the address that
+// answers, and made every folder; the others follow, no more than there are files. A lane that is
+// lost takes the file under way with it, no other: the rest goes on while a lane is left.
 //
-// A stop is lost while the worker is inside GetNextFile, so the wish to end is also a flag:
-// GetNextFile then returns false, and OnProgress, should the stop have been lost nevertheless,
-// stops from inside. Only then: a second stop would cut short what the first one still tells the
-// peer.
+//   exit code   130 interrupted before the end; 3 the first lane did not connect; 4 a lane was
+//               lost; 1 a file failed; 0. The first that fits. A further lane that does not
+//               connect is told, and missed by nobody.
 //
-// Thread: Execute in the main thread; the callbacks and the protected operations on the worker.
-class CClientRun
+// Thread: main.
+class CClientRun final
 {
 public:
-    CClientRun(const COptions& options, COutput& output, CProgress& progress);
-    virtual ~CClientRun();
+    // nLanes: how many connections there may be side by side, 1 or more.
+    CClientRun(const COptions& options, COutput& output, CProgress& progress, CTransferWork& work,
+               size_t nLanes);
+    ~CClientRun();
     CClientRun(const CClientRun&) = delete;
     CClientRun& operator=(const CClientRun&) = delete;
 
     // Does it all. Returns the exit code.
     int Execute();
 
-    // What the client tells, see OspreyClient.h.
-    void Connected();
-    void StartFailed();
-    void Disconnected(int nError);
-    bool GetNext(std::string& strLocal, std::string& strRemote, long long& llNumber);
-    void Progress(unsigned int dwPercent);
-    void Completed();
-    void Failed(int nCode);
-
-protected:
-    virtual bool StartClient(unsigned short* pName, unsigned int dwAddress, unsigned short wPort,
-                             unsigned int dwTimeoutMs) = 0;
-    virtual bool StopClient() = 0;
-
-    // The next file, failing on the way what cannot even be tried; false when there is none.
-    virtual bool NextFile(std::string& strLocal, std::string& strRemote, long long& llNumber) = 0;
-    virtual void FileMoves(unsigned int dwPercent) = 0;
-    virtual void FileEnds() = 0;
-    virtual void FileFails(const std::string& strReason) = 0;
-    virtual std::string ReasonOf(int nCode) const = 0;
-
-    // The file under way came to nothing: remove what is left of it. Any thread; quick.
-    virtual void CleanUp() = 0;
-
-    // Files that have not been tried yet.
-    virtual size_t FilesLeft() const = 0;
-
-    CProgress& m_progress;
-
 private:
-    class CBusy;
-    enum EEnd
-    {
-        END_NOT_YET,
-        END_DONE,          // GetNextFile returned false
-        END_START_FAILED,  // not connected
-        END_LOST,          // connected, then no more
-    };
+    using CLanes = std::vector<const CClientLane*>;
 
-    bool IsEnding() const;
-    bool IsStopLost() const;
-    void BeginEnd();
-    void RunOnce(unsigned int dwAddress, const CSignals& signals);
-    void WaitForEnd(const CSignals& signals);
+    void RunAt(unsigned int dwAddress, const CSignals& signals);
+    void AddLane(unsigned int dwAddress);
+    void AddOtherLanes(unsigned int dwAddress);
+    void WaitForEnd(unsigned int dwAddress, const CSignals& signals);
+    void TendLanes();
     void Interrupt(const CSignals& signals);
-    bool IsStalled() const;
+    void CleanUp();
+    void Wake() const;
+    void TakeWakes() const;
     int WaitMs() const;
-    void End(EEnd eEnd);
-    void Touch();
+
+    bool IsOpen() const;
+    bool IsConnected() const;
+    bool IsDone() const;
     int Report();
-    int ReportLost();
-    std::string WhyNotConnected() const;
+    void ReportMissing();
+    void ReportLost();
+    CLanes Find(bool (*fnIs)(const CClientLane&)) const;
+    std::string Connections(size_t nThese, size_t nAll) const;
 
     const COptions& m_options;
     COutput& m_output;
+    CProgress& m_progress;
+    CTransferWork& m_work;
+    const size_t m_nLanes;
     int m_nWake = -1;  // event descriptor
-    std::vector<unsigned short> m_listName;
-
-    std::atomic<bool> m_bInterrupted{false};
-    std::atomic<bool> m_bStalled{false};
-    std::atomic<bool> m_bConnected{false};
-    std::atomic<bool> m_bInside{false};     // the worker is inside a callback
-    std::atomic<long long> m_llTouched{0};  // ms of the steady clock: the last sign of life
-    std::atomic<long long> m_llEnding{
-        0};  // ms of the steady clock: when the stop was called; 0 not
-    std::atomic<int> m_nEnd{END_NOT_YET};
-    std::atomic<int> m_nLostError{0};
-    std::atomic<bool> m_bUnderWay{false};  // a file was handed out and has not ended
-    long long m_llStarted = 0;
-    bool m_bStartRefused = false;
-};
-
-// Hands what a client tells to a run. TInterface is one of the two callback interfaces.
-template <class TInterface>
-class CClientCallback final : public TInterface
-{
-public:
-    explicit CClientCallback(CClientRun& run) : m_run(run) {}
-
-    void OnConnected() override
-    {
-        m_run.Connected();
-    }
-    void OnStartFailed(int) override
-    {
-        m_run.StartFailed();
-    }
-    void OnDisconnected(int nError) override
-    {
-        m_run.Disconnected(nError);
-    }
-    bool GetNextFile(std::string& strLocal, std::string& strRemote, long long& llNumber) override
-    {
-        return m_run.GetNext(strLocal, strRemote, llNumber);
-    }
-    void OnProgress(unsigned int dwPercent) override
-    {
-        m_run.Progress(dwPercent);
-    }
-    void OnFileCompleted() override
-    {
-        m_run.Completed();
-    }
-    void OnFileFailed(int nCode) override
-    {
-        m_run.Failed(nCode);
-    }
-
-private:
-    CClientRun& m_run;
+    bool m_bInterrupted = false;
+    std::vector<std::unique_ptr<CClientLane>> m_listLanes;  // stays once interrupted: see CleanUp
 };
 
 // How progress is to be shown.

@@ -14,6 +14,7 @@ namespace
 
 const size_t LONGEST_CONNECTION_NAME = 259;  // UTF-16 units
 const unsigned int LONGEST_SECONDS = 86400;
+const unsigned int MOST_JOBS = 64;
 
 const char COMMANDS[] = "serve, submit, download, publish, subscribe or version";
 
@@ -53,15 +54,19 @@ const char SUBMIT_NOTES[] =
     "under its own name: \"submit HOST a/b\" arrives as b, b/c, b/d. Links to files are\n"
     "sent as files; inside a folder, links to folders, devices, FIFOs and sockets are\n"
     "left out with a warning. A file that arrives replaces one of the same name.\n"
+    "With --jobs each connection moves one file at a time; folders are all made\n"
+    "before. One that is lost fails its file, and the others go on.\n"
     "\n"
     "Examples:\n"
     "  osprey submit 192.168.0.7 photos notes.txt\n"
+    "  osprey submit 192.168.0.7 photos --jobs 8\n"
     "  osprey submit camera-3:9000 firmware.bin --to incoming/today\n";
 
 const char DOWNLOAD_NOTES[] =
     "HOST is a name or an IPv4 address. A file is written to DIR under the last part\n"
     "of its name. It appears when it is whole; until then, and after any failure, a\n"
-    "file that was there before stays as it was.\n"
+    "file that was there before stays as it was. With --jobs each connection moves\n"
+    "one file at a time; one that is lost fails its file, and the others go on.\n"
     "\n"
     "Examples:\n"
     "  osprey download 192.168.0.7 photos/a.jpg photos/b.jpg\n"
@@ -84,6 +89,11 @@ void AddServe(CLI::App& app, COptions& options, CRaw& raw)
 
 void AddClient(CLI::App& command, COptions& options)
 {
+    command
+        .add_option("-j,--jobs", options.m_dwJobs,
+                    "Use so many connections side by side, 1 to 64 [1]")
+        ->type_name("N")
+        ->check(CLI::Range(1U, MOST_JOBS).description(""));
     command
         .add_option("--name", options.m_strConnection,
                     "Name in the server's log [host name-process id]")

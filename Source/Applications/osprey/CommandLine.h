@@ -44,6 +44,7 @@ struct COptions
     std::string m_strTo;                   // submit: remote root
     std::string m_strFolder = ".";         // download: where the files go
     std::string m_strConnection;           // name of the connection
+    unsigned int m_dwJobs = 1;             // connections side by side
     unsigned int m_dwConnectSeconds = 10;
     unsigned int m_dwStallSeconds = 60;  // 0: wait for ever
 

@@ -4,12 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <system_error>
 
 #include "ClientRun.h"
@@ -17,6 +20,7 @@
 #include "Progress.h"
 #include "TempFile.h"
 #include "Text.h"
+#include "TransferWork.h"
 
 namespace
 {
@@ -38,100 +42,73 @@ std::string LastPart(const std::string& strName)
     return strName.substr(strName.find_last_of(bLong ? "/\\|" : "/\\") + 1);
 }
 
+// The path itself when nothing stands there.
+std::string RealPath(const std::string& strPath)
+{
+    const std::unique_ptr<char, void (*)(void*)> pReal(realpath(strPath.c_str(), nullptr), free);
+    return pReal ? pReal.get() : strPath;
+}
+
 // A link to a file stays, and the file that it leads to is replaced.
 std::string BehindLink(const std::string& strTarget)
 {
-    if (KindOf(strTarget, false) != KIND_LINK || KindOf(strTarget, true) != KIND_FILE)
-    {
-        return strTarget;
-    }
-    const std::unique_ptr<char, void (*)(void*)> pReal(realpath(strTarget.c_str(), nullptr), free);
-    return pReal ? pReal.get() : strTarget;
+    const bool bLink =
+        KindOf(strTarget, false) == KIND_LINK && KindOf(strTarget, true) == KIND_FILE;
+    return bLink ? RealPath(strTarget) : strTarget;
 }
 
-class CDownloadRun final : public CClientRun
+class CReception final : public ITransfer
 {
 public:
-    CDownloadRun(const COptions& options, COutput& output, CProgress& progress,
-                 const std::vector<CDownloadEntry>& listEntries)
-        : CClientRun(options, output, progress),
-          m_listEntries(listEntries),
-          m_callback(*this),
-          m_pClient(CreateDownloadFileClient(&m_callback))
+    CReception(const CDownloadEntry& entry, CProgress& progress)
+        : m_entry(entry), m_progress(progress)
     {
     }
-    ~CDownloadRun() override
-    {
-        m_pClient->Release();
-    }
-    CDownloadRun(const CDownloadRun&) = delete;
-    CDownloadRun& operator=(const CDownloadRun&) = delete;
 
-protected:
-    bool StartClient(unsigned short* pName, unsigned int dwAddress, unsigned short wPort,
-                     unsigned int dwTimeoutMs) override
+    bool IsFolder() const override
     {
-        return m_pClient->StartFileDownload(pName, 0, dwAddress, wPort, dwTimeoutMs) != Orb_FALSE;
+        return false;
     }
-    bool StopClient() override
-    {
-        return m_pClient->StopFileDownload() != Orb_FALSE;
-    }
-    bool NextFile(std::string& strLocal, std::string& strRemote, long long& llNumber) override;
-    void FileMoves(unsigned int dwPercent) override;
-    void FileEnds() override;
-    void FileFails(const std::string& strReason) override;
-    std::string ReasonOf(int nCode) const override;
+    bool Begin(std::string& strLocal, std::string& strRemote, long long& llNumber) override;
+    void Move(unsigned int dwPercent) override;
+    void Complete() override;
+    void Fail(const std::string& strReason) override;
     void CleanUp() override;
-    size_t FilesLeft() const override
-    {
-        return m_listEntries.size() - m_nNext;
-    }
 
 private:
-    const CDownloadEntry& Current() const
-    {
-        return m_listEntries[m_nNext - 1];
-    }
-    bool Prepare(const CDownloadEntry& entry);
+    bool Prepare();
 
-    const std::vector<CDownloadEntry>& m_listEntries;
-    CClientCallback<IDownloadFileClientCallback> m_callback;
-    IDownloadFileClient* m_pClient;
-    size_t m_nNext = 0;
-    std::string m_strTarget;  // of the file under way
-    std::mutex m_mutex;       // m_strTemp, which CleanUp takes from any thread
-    std::string m_strTemp;    // empty: no file under way
+    const CDownloadEntry& m_entry;
+    CProgress& m_progress;
+    std::optional<CProgress::CFile> m_shown;
+    std::string m_strTarget;
+    std::mutex m_mutex;     // the next one, which CleanUp takes from any thread
+    std::string m_strTemp;  // empty: there is none
 };
 
-bool CDownloadRun::NextFile(std::string& strLocal, std::string& strRemote, long long& llNumber)
+bool CReception::Begin(std::string& strLocal, std::string& strRemote, long long& llNumber)
 {
-    while (m_nNext < m_listEntries.size())
+    if (!Prepare())
     {
-        const CDownloadEntry& entry = m_listEntries[m_nNext++];
-        if (!Prepare(entry))
-        {
-            continue;
-        }
-        strLocal = m_strTemp;
-        strRemote = entry.m_strName;
-        llNumber = 0;
-        m_progress.FileBegins(entry.m_strName);
-        return true;
+        return false;
     }
-    return false;
+    strLocal = m_strTemp;
+    strRemote = m_entry.m_strName;
+    llNumber = 0;
+    m_shown.emplace(m_progress, m_entry.m_strName);
+    return true;
 }
 
-bool CDownloadRun::Prepare(const CDownloadEntry& entry)
+bool CReception::Prepare()
 {
-    const EFileKind eKind = KindOf(entry.m_strTarget, true);
+    const EFileKind eKind = KindOf(m_entry.m_strTarget, true);
     if (eKind == KIND_FOLDER || eKind == KIND_OTHER)
     {
-        m_progress.Fails(entry.m_strName, entry.m_strTarget + " exists and is no regular file",
+        m_progress.Fails(m_entry.m_strName, m_entry.m_strTarget + " exists and is no regular file",
                          true);
         return false;
     }
-    m_strTarget = BehindLink(entry.m_strTarget);
+    m_strTarget = BehindLink(m_entry.m_strTarget);
     struct stat old
     {
     };
@@ -140,7 +117,7 @@ bool CDownloadRun::Prepare(const CDownloadEntry& entry)
     if (!CreateTempFile(FolderOf(m_strTarget), bReplaces ? old.st_mode : 0, m_strTemp))
     {
         m_strTemp.clear();
-        m_progress.Fails(entry.m_strName,
+        m_progress.Fails(m_entry.m_strName,
                          "no file can be made in " + FolderOf(m_strTarget) + ": " + strerror(errno),
                          true);
         return false;
@@ -148,20 +125,20 @@ bool CDownloadRun::Prepare(const CDownloadEntry& entry)
     return true;
 }
 
-void CDownloadRun::FileMoves(unsigned int dwPercent)
+void CReception::Move(unsigned int dwPercent)
 {
     // The client tells percents alone; what is on the disk tells the bytes, and both the size.
     const Orb_U64 ullDone = SizeOf(m_strTemp);
     const Orb_U64 ullSize = dwPercent == 0 ? 0 : ullDone / dwPercent * 100;
-    m_progress.FileMoves(dwPercent, ullDone, ullSize);
+    m_shown->Moves(dwPercent, ullDone, ullSize);
 }
 
-void CDownloadRun::FileEnds()
+void CReception::Complete()
 {
     const Orb_U64 ullBytes = SizeOf(m_strTemp);
     if (!SyncFile(m_strTemp) || rename(m_strTemp.c_str(), m_strTarget.c_str()) != 0)
     {
-        FileFails("it arrived, but cannot be stored: " + std::string(strerror(errno)));
+        Fail("it arrived, but cannot be stored: " + std::string(strerror(errno)));
         return;
     }
     {
@@ -170,16 +147,16 @@ void CDownloadRun::FileEnds()
     }
     // The name is on the disk once its folder is; a failure leaves nothing to undo.
     static_cast<void>(SyncFile(FolderOf(m_strTarget)));
-    m_progress.FileEnds(ullBytes);
+    m_shown->Ends(ullBytes);
 }
 
-void CDownloadRun::FileFails(const std::string& strReason)
+void CReception::Fail(const std::string& strReason)
 {
     CleanUp();
-    m_progress.Fails(Current().m_strName, strReason, true);
+    m_shown->Fails(m_entry.m_strName, strReason, true);
 }
 
-void CDownloadRun::CleanUp()
+void CReception::CleanUp()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (!m_strTemp.empty())
@@ -189,7 +166,37 @@ void CDownloadRun::CleanUp()
     }
 }
 
-std::string CDownloadRun::ReasonOf(int nCode) const
+class CDownloadWork final : public CTransferWork
+{
+public:
+    // Both must outlive the work and its transfers.
+    CDownloadWork(const std::vector<CDownloadEntry>& listEntries, CProgress& progress)
+        : CTransferWork(listEntries.size()), m_listEntries(listEntries), m_progress(progress)
+    {
+    }
+
+    size_t FilesLeft() const override
+    {
+        return m_listEntries.size() - Taken();
+    }
+    std::string ReasonOf(int nCode) const override;
+    std::unique_ptr<IFileClient> MakeClient(IFileClientCallback& callback) const override
+    {
+        return MakeDownloadClient(callback);
+    }
+
+protected:
+    std::unique_ptr<ITransfer> MakeTransfer(size_t nItem) const override
+    {
+        return std::make_unique<CReception>(m_listEntries[nItem], m_progress);
+    }
+
+private:
+    const std::vector<CDownloadEntry>& m_listEntries;
+    CProgress& m_progress;
+};
+
+std::string CDownloadWork::ReasonOf(int nCode) const
 {
     switch (nCode)
     {
@@ -206,6 +213,15 @@ std::string CDownloadRun::ReasonOf(int nCode) const
         default:
             return "the server answered with code " + std::to_string(nCode);
     }
+}
+
+// Two targets are one file, by way of links: what comes last must not be left to chance.
+bool HasTwins(const std::vector<CDownloadEntry>& listEntries)
+{
+    std::set<std::string> setFiles;
+    return !std::all_of(listEntries.begin(), listEntries.end(),
+                        [&setFiles](const CDownloadEntry& entry)
+                        { return setFiles.insert(RealPath(entry.m_strTarget)).second; });
 }
 
 }  // namespace
@@ -252,7 +268,9 @@ int RunDownload(const COptions& options, COutput& output)
         return EXIT_FILE_FAILED;
     }
     CProgress progress(output, ProgressStyle(options, output), false);
-    progress.Plan(listEntries.size(), 0, false);
-    CDownloadRun run(options, output, progress, listEntries);
-    return run.Execute();
+    const size_t nLanes =
+        HasTwins(listEntries) ? 1 : std::min<size_t>(options.m_dwJobs, listEntries.size());
+    progress.Plan(listEntries.size(), 0, false, nLanes > 1);
+    CDownloadWork work(listEntries, progress);
+    return CClientRun(options, output, progress, work, nLanes).Execute();
 }

@@ -23,23 +23,29 @@ CProgress::CProgress(COutput& output, EStyle eStyle, bool bSubmit)
 {
 }
 
-double CProgress::Now() const
+double CProgress::Now()
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
 
-void CProgress::Plan(size_t nFiles, Orb_U64 ullBytes, bool bBytesKnown)
+void CProgress::Plan(size_t nFiles, Orb_U64 ullBytes, bool bBytesKnown, bool bSideBySide)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_nFiles = nFiles;
     m_ullBytes = ullBytes;
     m_bBytesKnown = bBytesKnown;
+    m_bSideBySide = bSideBySide;
 }
 
 void CProgress::Connected(const std::string& strPeer)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bConnected)
+    {
+        return;
+    }
+    m_bConnected = true;
     m_dBegan = Now();
     if (m_eStyle == STYLE_JSON)
     {
@@ -47,72 +53,96 @@ void CProgress::Connected(const std::string& strPeer)
     }
 }
 
-void CProgress::FileBegins(const std::string& strShown)
+CProgress::CFile::CFile(CProgress& progress, const std::string& strShown)
+    : m_progress(progress), m_strShown(strShown), m_dBegan(Now())
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_bCurrent = true;
-    m_strCurrent = strShown;
-    m_dwPercent = 0;
-    m_ullDone = 0;
-    m_ullSize = 0;
-    m_dFileBegan = Now();
+    const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
+    m_progress.m_listFiles.push_back(this);
 }
 
-void CProgress::FileMoves(unsigned int dwPercent, Orb_U64 ullDone, Orb_U64 ullSize)
+CProgress::CFile::~CFile()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
+    m_progress.Remove(*this);
+}
+
+void CProgress::CFile::Moves(unsigned int dwPercent, Orb_U64 ullDone, Orb_U64 ullSize)
+{
+    const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
     m_dwPercent = dwPercent;
     m_ullDone = ullDone;
     m_ullSize = ullSize;
 }
 
-void CProgress::Drop()
+void CProgress::CFile::Ends(Orb_U64 ullBytes)
 {
-    m_bCurrent = false;
-    m_ullDone = 0;
-    m_ullSize = 0;
+    const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
+    ++m_progress.m_nEnded;
+    m_progress.m_ullEnded += ullBytes;
+    m_progress.m_ullMoved += ullBytes;
+    m_progress.Remove(*this);
+    m_ullDone = ullBytes;
+    m_progress.ShowEnd(*this);
 }
 
-void CProgress::FileEnds(Orb_U64 ullBytes)
+void CProgress::CFile::FolderEnds()
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    const double dSeconds = Now() - m_dFileBegan;
-    ++m_nEnded;
-    m_ullEnded += ullBytes;
-    m_ullMoved += ullBytes;
-    Drop();
+    const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
+    ++m_progress.m_nFolders;
+    m_progress.Remove(*this);
+    if (m_progress.m_eStyle == STYLE_JSON)
+    {
+        m_progress.Show(CJsonLine("folder").Text("path", m_strShown).ToString());
+    }
+}
+
+void CProgress::CFile::Fails(const std::string& strShown, const std::string& strReason,
+                             bool bPlanned)
+{
+    const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
+    m_progress.m_ullMoved += m_ullDone;
+    m_progress.Remove(*this);
+    m_progress.ShowFailure(strShown, strReason, bPlanned);
+}
+
+// Once, or never: it may have ended before it is deleted.
+void CProgress::Remove(const CFile& file)
+{
+    const auto it = std::find(m_listFiles.begin(), m_listFiles.end(), &file);
+    if (it != m_listFiles.end())
+    {
+        m_listFiles.erase(it);
+    }
+}
+
+void CProgress::ShowEnd(const CFile& file)
+{
+    const double dSeconds = Now() - file.m_dBegan;
     if (m_eStyle == STYLE_JSON)
     {
         Show(CJsonLine(m_bSubmit ? "sent" : "received")
-                 .Text("path", m_strCurrent)
-                 .Moved(ullBytes, dSeconds)
+                 .Text("path", file.m_strShown)
+                 .Moved(file.m_ullDone, dSeconds)
                  .ToString());
         return;
     }
-    const std::string strRate = FormatRate(ullBytes, dSeconds);
-    Show(std::string(m_bSubmit ? "sent " : "received ") + PlainText(m_strCurrent) + ": " +
-         FormatBytes(ullBytes) + " in " + FormatTaken(dSeconds) +
+    const std::string strRate = FormatRate(file.m_ullDone, dSeconds);
+    Show(std::string(m_bSubmit ? "sent " : "received ") + PlainText(file.m_strShown) + ": " +
+         FormatBytes(file.m_ullDone) + " in " + FormatTaken(dSeconds) +
          (strRate.empty() ? "" : ", " + strRate));
-}
-
-void CProgress::FolderEnds(const std::string& strShown)
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_nFolders;
-    Drop();
-    if (m_eStyle == STYLE_JSON)
-    {
-        Show(CJsonLine("folder").Text("path", strShown).ToString());
-    }
 }
 
 void CProgress::Fails(const std::string& strShown, const std::string& strReason, bool bPlanned)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    ShowFailure(strShown, strReason, bPlanned);
+}
+
+void CProgress::ShowFailure(const std::string& strShown, const std::string& strReason,
+                            bool bPlanned)
+{
     ++m_nFailed;
     m_nFailedFiles += bPlanned ? 1 : 0;
-    m_ullMoved += m_ullDone;
-    Drop();
     if (m_eStyle == STYLE_JSON)
     {
         Show(CJsonLine("failed").Text("path", strShown).Text("reason", strReason).ToString());
@@ -160,68 +190,115 @@ void CProgress::Draw()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     const double dNow = Now();
-    m_meter.Add(dNow, m_ullMoved + m_ullDone);
+    m_meter.Add(dNow, Moved());
     const double dInterval = DrawInterval() / 1000.0;
     // A little early is in time: the next chance comes a whole interval later.
-    if (dInterval < 0 || !m_bCurrent || dNow - m_dDrawn < dInterval * 0.95)
+    if (dInterval < 0 || m_listFiles.empty() || dNow - m_dDrawn < dInterval * 0.95)
     {
         return;
     }
     if (m_eStyle == STYLE_BAR)
     {
-        const std::string strBars = Bars(dNow);
-        const int nLines = m_nFiles > 1 ? 2 : 1;
-        m_output.Write(Clear() + strBars);
-        m_nLines = nLines;
+        DrawBars(dNow);
     }
     else
     {
+        WriteEvents();
+    }
+    m_dDrawn = dNow;
+}
+
+void CProgress::DrawBars(double dNow)
+{
+    const int nColumns = m_output.Columns() - SPARE_COLUMNS;
+    const bool bOne = !m_bSideBySide;
+    const bool bTotal = m_bSideBySide || m_nFiles > 1;
+    const std::string strBars =
+        (bOne ? RenderBar(FileBar(*m_listFiles.front(), dNow), nColumns) : "") +
+        (bOne && bTotal ? "\n" : "") + (bTotal ? RenderBar(TotalBar(nColumns), nColumns) : "");
+    m_output.Write(Clear() + strBars);
+    m_nLines = bOne && bTotal ? 2 : 1;
+}
+
+void CProgress::WriteEvents()
+{
+    for (const CFile* pFile : m_listFiles)
+    {
         m_output.Line(CJsonLine("progress")
-                          .Text("path", m_strCurrent)
-                          .Number("percent", m_dwPercent)
-                          .Number("bytes", m_ullDone)
+                          .Text("path", pFile->m_strShown)
+                          .Number("percent", pFile->m_dwPercent)
+                          .Number("bytes", pFile->m_ullDone)
                           .Number("files_done", m_nEnded)
                           .Number("files", m_nFiles)
                           .Real("bytes_per_second", std::max(m_meter.Rate(), 0.0))
                           .ToString());
     }
-    m_dDrawn = dNow;
 }
 
-std::string CProgress::Bars(double dNow)
+// Bytes, those of files that failed included.
+Orb_U64 CProgress::Moved() const
 {
-    const int nColumns = m_output.Columns() - SPARE_COLUMNS;
-    const double dRate = m_meter.Rate();
-    const std::string strRate =
-        dRate < 0.0 ? std::string() : FormatRate(static_cast<Orb_U64>(dRate), 1.0);
-    const Orb_U64 ullFileLeft = m_ullSize > m_ullDone ? m_ullSize - m_ullDone : 0;
-    CBar file{PlainText(m_strCurrent), m_dwPercent, FormatRate(m_ullDone, dNow - m_dFileBegan),
-              FormatDuration(m_ullSize == 0 ? -1.0 : m_meter.SecondsFor(ullFileLeft))};
-    if (m_nFiles <= 1)
+    Orb_U64 ullMoved = m_ullMoved;
+    for (const CFile* pFile : m_listFiles)
     {
-        file.m_strRate = strRate;
-        return RenderBar(file, nColumns);
+        ullMoved += pFile->m_ullDone;
     }
+    return ullMoved;
+}
+
+std::string CProgress::RateNow() const
+{
+    const double dRate = m_meter.Rate();
+    return dRate < 0.0 ? std::string() : FormatRate(static_cast<Orb_U64>(dRate), 1.0);
+}
+
+// Of the files under way; unknown when one's size is.
+std::string CProgress::TimeLeft() const
+{
+    Orb_U64 ullLeft = 0;
+    for (const CFile* pFile : m_listFiles)
+    {
+        if (pFile->m_ullSize == 0)
+        {
+            return FormatDuration(-1.0);
+        }
+        ullLeft += pFile->m_ullSize > pFile->m_ullDone ? pFile->m_ullSize - pFile->m_ullDone : 0;
+    }
+    return FormatDuration(m_meter.SecondsFor(ullLeft));
+}
+
+CBar CProgress::FileBar(const CFile& file, double dNow) const
+{
+    return {PlainText(file.m_strShown), file.m_dwPercent,
+            m_nFiles > 1 ? FormatRate(file.m_ullDone, dNow - file.m_dBegan) : RateNow(),
+            TimeLeft()};
+}
+
+CBar CProgress::TotalBar(int nColumns) const
+{
     const size_t nOver = m_nEnded + m_nFailedFiles;
-    const Orb_U64 ullAll = m_ullMoved + m_ullDone;
+    const size_t nBegun = std::min(nOver + m_listFiles.size(), m_nFiles);
+    const Orb_U64 ullAll = Moved();
     CBar total;
-    total.m_strLabel =
-        "total " + std::to_string(std::min(nOver + 1, m_nFiles)) + "/" + std::to_string(m_nFiles);
+    total.m_strLabel = "total " + std::to_string(nBegun) + "/" + std::to_string(m_nFiles);
     total.m_strLabel += nColumns < COLUMNS_FOR_BYTES ? "" : ", " + FormatBytes(ullAll);
-    total.m_strRate = strRate;
+    total.m_strRate = RateNow();
     if (m_bBytesKnown && m_ullBytes > 0)
     {
         total.m_dwPercent = Percent(ullAll, m_ullBytes);
         total.m_strLeft =
             FormatDuration(m_meter.SecondsFor(m_ullBytes > ullAll ? m_ullBytes - ullAll : 0));
+        return total;
     }
-    else
+    // Sizes to come are not known: files count alike.
+    Orb_U64 ullPercents = nOver * 100ULL;
+    for (const CFile* pFile : m_listFiles)
     {
-        // Sizes to come are not known: files count alike.
-        total.m_dwPercent = Percent(nOver * 100 + m_dwPercent, m_nFiles * 100ULL);
-        total.m_strLeft = nOver + 1 >= m_nFiles ? file.m_strLeft : FormatDuration(-1.0);
+        ullPercents += pFile->m_dwPercent;
     }
-    return RenderBar(file, nColumns) + "\n" + RenderBar(total, nColumns);
+    total.m_dwPercent = Percent(ullPercents, m_nFiles * 100ULL);
+    total.m_strLeft = nBegun >= m_nFiles ? TimeLeft() : FormatDuration(-1.0);
+    return total;
 }
 
 void CProgress::Finish()

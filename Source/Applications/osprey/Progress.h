@@ -3,17 +3,19 @@
 
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "LibOsprey.h"
 #include "Output.h"
+#include "ProgressBar.h"
 #include "RateMeter.h"
 
 // Shows how a run of submit or download comes along.
 //
-//   terminal   a line for each finished file; below them a bar for the current file and, when there
-//              are several, one for all of them
+//   terminal   a line for each finished file; below them a bar for all files, and, where they go
+//              one after another, one above it for the current file
 //   pipe       a line for each finished file, and a summary
-//   JSON       the same as events, and at most one "progress" a second
+//   JSON       the same as events, and at most one "progress" a second for each file under way
 //   quiet      nothing
 //
 // Failures and warnings go to standard error in every style.
@@ -30,23 +32,21 @@ public:
         STYLE_QUIET,
     };
 
+    class CFile;
+
     // bSubmit: files are sent; otherwise received.
     CProgress(COutput& output, EStyle eStyle, bool bSubmit);
     CProgress(const CProgress&) = delete;
     CProgress& operator=(const CProgress&) = delete;
 
-    // What the run is to move. bBytesKnown: ullBytes is the size of all files.
-    void Plan(size_t nFiles, Orb_U64 ullBytes, bool bBytesKnown);
+    // What the run is to move. bBytesKnown: ullBytes is the size of all files. bSideBySide: several
+    // files at a time.
+    void Plan(size_t nFiles, Orb_U64 ullBytes, bool bBytesKnown, bool bSideBySide);
 
+    // The first connection counts.
     void Connected(const std::string& strPeer);
-    void FileBegins(const std::string& strShown);
 
-    // ullSize: of the whole file; a guess when it is not known.
-    void FileMoves(unsigned int dwPercent, Orb_U64 ullDone, Orb_U64 ullSize);
-    void FileEnds(Orb_U64 ullBytes);
-    void FolderEnds(const std::string& strShown);
-
-    // A file or folder has failed, whether it began or not. bPlanned: it is one of Plan's files.
+    // A file or folder has failed that is not under way. bPlanned: it is one of Plan's files.
     void Fails(const std::string& strShown, const std::string& strReason, bool bPlanned);
 
     // A message on standard error.
@@ -69,38 +69,75 @@ public:
 
 private:
     std::string Clear();
-    std::string Bars(double dNow);
+    void DrawBars(double dNow);
+    void WriteEvents();
+    CBar FileBar(const CFile& file, double dNow) const;
+    CBar TotalBar(int nColumns) const;
+    std::string RateNow() const;
+    std::string TimeLeft() const;
+    Orb_U64 Moved() const;
     void Show(const std::string& strLine);
-    void Drop();
-    double Now() const;
+    void ShowEnd(const CFile& file);
+    void ShowFailure(const std::string& strShown, const std::string& strReason, bool bPlanned);
+    void Remove(const CFile& file);
+    static double Now();
 
     COutput& m_output;
     const EStyle m_eStyle;
     const bool m_bSubmit;
-    mutable std::mutex m_mutex;  // everything below
+    mutable std::mutex m_mutex;  // everything below, and every file
 
     size_t m_nFiles = 0;
     Orb_U64 m_ullBytes = 0;
     bool m_bBytesKnown = false;
+    bool m_bSideBySide = false;
+    bool m_bConnected = false;
 
-    bool m_bCurrent = false;  // a file is under way
-    std::string m_strCurrent;
-    unsigned int m_dwPercent = 0;
-    Orb_U64 m_ullDone = 0;  // of the current file
-    Orb_U64 m_ullSize = 0;
-    double m_dFileBegan = 0.0;
+    std::vector<const CFile*> m_listFiles;  // under way, in the order in which they began
 
     size_t m_nEnded = 0;  // files whole
     size_t m_nFolders = 0;
     size_t m_nFailed = 0;  // files and folders
     size_t m_nFailedFiles = 0;
     Orb_U64 m_ullEnded = 0;  // bytes of the files that are whole
-    Orb_U64 m_ullMoved = 0;  // bytes moved before the current file, failed files included
+    Orb_U64 m_ullMoved = 0;  // bytes moved before the files under way, failed files included
     double m_dBegan = 0.0;
 
     CRateMeter m_meter;
     double m_dDrawn = -1.0;
     int m_nLines = 0;  // of bars that stand on the terminal now
+};
+
+// A file or folder under way, shown from the beginning of its life until it ends, fails or is
+// deleted.
+//
+// Lifetime: the progress outlives it.
+// Thread:   one at a time.
+class CProgress::CFile final
+{
+public:
+    CFile(CProgress& progress, const std::string& strShown);
+    ~CFile();
+    CFile(const CFile&) = delete;
+    CFile& operator=(const CFile&) = delete;
+
+    // ullSize: of the whole file; a guess when it is not known, 0 without one.
+    void Moves(unsigned int dwPercent, Orb_U64 ullDone, Orb_U64 ullSize);
+
+    // One of these at most.
+    void Ends(Orb_U64 ullBytes);
+    void FolderEnds();
+    void Fails(const std::string& strShown, const std::string& strReason, bool bPlanned);
+
+private:
+    friend class CProgress;
+
+    CProgress& m_progress;
+    const std::string m_strShown;
+    const double m_dBegan;
+    unsigned int m_dwPercent = 0;
+    Orb_U64 m_ullDone = 0;
+    Orb_U64 m_ullSize = 0;
 };
 
 #endif

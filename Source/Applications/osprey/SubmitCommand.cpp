@@ -7,122 +7,121 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <optional>
 
 #include "ClientRun.h"
 #include "Progress.h"
 #include "SubmitList.h"
 #include "Text.h"
+#include "TransferWork.h"
 
 namespace
 {
 
 const Orb_U64 BLOCK_SIZE = 32768;
 
-class CSubmitRun final : public CClientRun
+class CSubmission final : public ITransfer
 {
 public:
-    CSubmitRun(const COptions& options, COutput& output, CProgress& progress,
-               const CSubmitList& list)
-        : CClientRun(options, output, progress),
-          m_options(options),
-          m_list(list),
-          m_callback(*this),
-          m_pClient(CreateSubmitFileClient(&m_callback))
+    CSubmission(const CSubmitEntry& entry, const std::string& strTo, CProgress& progress)
+        : m_entry(entry), m_strTo(strTo), m_progress(progress)
     {
     }
-    ~CSubmitRun() override
-    {
-        m_pClient->Release();
-    }
-    CSubmitRun(const CSubmitRun&) = delete;
-    CSubmitRun& operator=(const CSubmitRun&) = delete;
 
-protected:
-    bool StartClient(unsigned short* pName, unsigned int dwAddress, unsigned short wPort,
-                     unsigned int dwTimeoutMs) override
+    bool IsFolder() const override
     {
-        return m_pClient->StartFileSubmit(pName, 0, dwAddress, wPort, dwTimeoutMs) != Orb_FALSE;
+        return m_entry.m_bFolder;
     }
-    bool StopClient() override
-    {
-        return m_pClient->StopFileSubmit() != Orb_FALSE;
-    }
-    bool NextFile(std::string& strLocal, std::string& strRemote, long long& llNumber) override;
-    void FileMoves(unsigned int dwPercent) override;
-    void FileEnds() override;
-    void FileFails(const std::string& strReason) override;
-    std::string ReasonOf(int nCode) const override;
+    bool Begin(std::string& strLocal, std::string& strRemote, long long& llNumber) override;
+    void Move(unsigned int dwPercent) override;
+    void Complete() override;
+    void Fail(const std::string& strReason) override;
     void CleanUp() override {}
-    size_t FilesLeft() const override;
 
 private:
-    const CSubmitEntry& Current() const
-    {
-        return m_list.Entries()[m_nNext - 1];
-    }
-    bool IsReadable(const CSubmitEntry& entry);
-
-    const COptions& m_options;
-    const CSubmitList& m_list;
-    CClientCallback<ISubmitFileClientCallback> m_callback;
-    ISubmitFileClient* m_pClient;
-    size_t m_nNext = 0;
+    const CSubmitEntry& m_entry;
+    const std::string& m_strTo;
+    CProgress& m_progress;
+    std::optional<CProgress::CFile> m_shown;
     Orb_U64 m_ullBlocks = 0;
 };
 
-bool CSubmitRun::NextFile(std::string& strLocal, std::string& strRemote, long long& llNumber)
+bool CSubmission::Begin(std::string& strLocal, std::string& strRemote, long long& llNumber)
 {
-    while (m_nNext < m_list.Entries().size())
+    // The client looks only after the peer has made room for the file.
+    if (!m_entry.m_bFolder && faccessat(AT_FDCWD, m_entry.m_strPath.c_str(), R_OK, AT_EACCESS) != 0)
     {
-        const CSubmitEntry& entry = m_list.Entries()[m_nNext++];
-        if (!IsReadable(entry))
-        {
-            continue;
-        }
-        strLocal = entry.m_strPath;
-        strRemote = m_options.m_strTo;
-        llNumber = static_cast<long long>(entry.m_nBase);
-        m_ullBlocks = 0;
-        m_progress.FileBegins(entry.Shown());
-        return true;
+        m_progress.Fails(m_entry.m_strPath, strerror(errno), true);
+        return false;
     }
-    return false;
+    strLocal = m_entry.m_strPath;
+    strRemote = m_strTo;
+    llNumber = static_cast<long long>(m_entry.m_nBase);
+    m_shown.emplace(m_progress, m_entry.Shown());
+    return true;
 }
 
-// The client looks only after the peer has made room for the file.
-bool CSubmitRun::IsReadable(const CSubmitEntry& entry)
+void CSubmission::Move(unsigned int dwPercent)
 {
-    if (entry.m_bFolder || faccessat(AT_FDCWD, entry.m_strPath.c_str(), R_OK, AT_EACCESS) == 0)
+    const Orb_U64 ullSize = m_entry.m_ullSize;
+    m_shown->Moves(dwPercent, EstimateSent(++m_ullBlocks, dwPercent, ullSize), ullSize);
+}
+
+void CSubmission::Complete()
+{
+    if (m_entry.m_bFolder)
     {
-        return true;
-    }
-    m_progress.Fails(entry.m_strPath, strerror(errno), true);
-    return false;
-}
-
-void CSubmitRun::FileMoves(unsigned int dwPercent)
-{
-    const Orb_U64 ullSize = Current().m_ullSize;
-    m_progress.FileMoves(dwPercent, EstimateSent(++m_ullBlocks, dwPercent, ullSize), ullSize);
-}
-
-void CSubmitRun::FileEnds()
-{
-    const CSubmitEntry& entry = Current();
-    if (entry.m_bFolder)
-    {
-        m_progress.FolderEnds(entry.Shown());
+        m_shown->FolderEnds();
         return;
     }
-    m_progress.FileEnds(entry.m_ullSize);
+    m_shown->Ends(m_entry.m_ullSize);
 }
 
-void CSubmitRun::FileFails(const std::string& strReason)
+void CSubmission::Fail(const std::string& strReason)
 {
-    m_progress.Fails(Current().m_strPath, strReason, !Current().m_bFolder);
+    m_shown->Fails(m_entry.m_strPath, strReason, !m_entry.m_bFolder);
 }
 
-std::string CSubmitRun::ReasonOf(int nCode) const
+class CSubmitWork final : public CTransferWork
+{
+public:
+    // All of them must outlive the work and its transfers.
+    CSubmitWork(const CSubmitList& list, const std::string& strTo, CProgress& progress)
+        : CTransferWork(list.Entries().size()),
+          m_listEntries(list.Entries()),
+          m_strTo(strTo),
+          m_progress(progress)
+    {
+    }
+
+    size_t FilesLeft() const override;
+    std::string ReasonOf(int nCode) const override;
+    std::unique_ptr<IFileClient> MakeClient(IFileClientCallback& callback) const override
+    {
+        return MakeSubmitClient(callback);
+    }
+
+protected:
+    std::unique_ptr<ITransfer> MakeTransfer(size_t nItem) const override
+    {
+        return std::make_unique<CSubmission>(m_listEntries[nItem], m_strTo, m_progress);
+    }
+
+private:
+    const std::vector<CSubmitEntry>& m_listEntries;
+    const std::string& m_strTo;
+    CProgress& m_progress;
+};
+
+size_t CSubmitWork::FilesLeft() const
+{
+    return static_cast<size_t>(
+        std::count_if(m_listEntries.begin() + static_cast<std::ptrdiff_t>(Taken()),
+                      m_listEntries.end(), [](const auto& entry) { return !entry.m_bFolder; }));
+}
+
+std::string CSubmitWork::ReasonOf(int nCode) const
 {
     switch (nCode)
     {
@@ -143,14 +142,6 @@ std::string CSubmitRun::ReasonOf(int nCode) const
         default:
             return "failed with code " + std::to_string(nCode);
     }
-}
-
-size_t CSubmitRun::FilesLeft() const
-{
-    const auto& listEntries = m_list.Entries();
-    return static_cast<size_t>(
-        std::count_if(listEntries.begin() + static_cast<std::ptrdiff_t>(m_nNext), listEntries.end(),
-                      [](const auto& entry) { return !entry.m_bFolder; }));
 }
 
 }  // namespace
@@ -186,7 +177,14 @@ int RunSubmit(const COptions& options, COutput& output)
     {
         return EXIT_FILE_FAILED;
     }
-    progress.Plan(list.Files(), list.Bytes(), true);
-    CSubmitRun run(options, output, progress, list);
-    return run.Execute();
+    const size_t nLanes =
+        list.MayHaveTwins() ? 1
+                            : std::min<size_t>(options.m_dwJobs, std::max<size_t>(list.Files(), 1));
+    if (nLanes > 1)
+    {
+        list.PutFoldersFirst();
+    }
+    progress.Plan(list.Files(), list.Bytes(), true, nLanes > 1);
+    CSubmitWork work(list, options.m_strTo, progress);
+    return CClientRun(options, output, progress, work, nLanes).Execute();
 }

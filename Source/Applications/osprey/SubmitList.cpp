@@ -72,6 +72,7 @@ bool CSubmitList::Add(const std::vector<std::string>& listPaths, std::string& st
         }
         listRoots.push_back(root);
     }
+    m_bMayHaveTwins = mapNames.size() > 1 && mapNames.count("") > 0;
     for (const CRoot& root : listRoots)
     {
         AddRoot(root);
@@ -193,6 +194,17 @@ void CSubmitList::AddEntry(const std::string& strPath, size_t nBase, bool bNamed
     {
         m_listEntries.push_back(std::move(entry));
     }
+}
+
+void CSubmitList::PutFoldersFirst()
+{
+    std::stable_partition(m_listEntries.begin(), m_listEntries.end(),
+                          [](const auto& entry) { return entry.m_bFolder; });
+}
+
+bool CSubmitList::MayHaveTwins() const
+{
+    return m_bMayHaveTwins;
 }
 
 const std::vector<CSubmitEntry>& CSubmitList::Entries() const

@@ -37,6 +37,13 @@ public:
     // looked for.
     bool Add(const std::vector<std::string>& listPaths, std::string& strReason);
 
+    // From now on all folders stand before all files.
+    void PutFoldersFirst();
+
+    // Two files may arrive under one name: the topmost folder, which has none of its own, was added
+    // beside another path.
+    bool MayHaveTwins() const;
+
     const std::vector<CSubmitEntry>& Entries() const;
     size_t Files() const;
     Orb_U64 Bytes() const;
@@ -57,6 +64,7 @@ private:
     CReport m_fnWarn;
     CReport m_fnFail;
     std::vector<CSubmitEntry> m_listEntries;
+    bool m_bMayHaveTwins = false;
     size_t m_nFiles = 0;
     Orb_U64 m_ullBytes = 0;
 };
