@@ -3,69 +3,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
-#include <random>
 #include <thread>
 
 #include "FarServer.h"
 #include "FileHosts.h"
+#include "Folder.h"
 #include "Runs.h"
 
 namespace
 {
 
 using std::chrono::seconds;
-
-// A folder with the file on one side, "there", and the name of it on the other, "here".
-class CFolder
-{
-public:
-    CFolder()
-    {
-        std::string strTemplate = std::filesystem::temp_directory_path() / "osprey-link-XXXXXX";
-        if (mkdtemp(strTemplate.data()) == nullptr)
-        {
-            throw std::runtime_error("no folder for files: " + strTemplate);
-        }
-        m_strPath = strTemplate;
-    }
-    ~CFolder()
-    {
-        std::error_code error;
-        std::filesystem::remove_all(m_strPath, error);
-    }
-    CFolder(const CFolder&) = delete;
-    CFolder& operator=(const CFolder&) = delete;
-
-    std::string Get(const char* pszName) const
-    {
-        return m_strPath + "/" + pszName;
-    }
-
-private:
-    std::string m_strPath;
-};
-
-std::string RandomBytes(int nBytes, int nSeed)
-{
-    std::mt19937 generator(static_cast<unsigned int>(nSeed));
-    std::string strBytes(static_cast<size_t>(nBytes), '\0');
-    for (char& c : strBytes)
-    {
-        c = static_cast<char>(generator() & 0xFFU);
-    }
-    return strBytes;
-}
-
-std::string Contents(const std::string& strPath)
-{
-    std::ifstream file(strPath, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 // A client of either kind, started at the near end.
 class CFileClient

@@ -42,8 +42,10 @@ int Run(const CSetting& setting)
 {
     const int hOut = SilenceTrace();
     CLink link(setting);
-    const COutcome outcome =
-        setting.m_strKind == "channel" ? RunChannel(setting, link) : RunFile(setting, link);
+    const bool bMany = setting.m_strKind == "uploads" || setting.m_strKind == "downloads";
+    const COutcome outcome = setting.m_strKind == "channel" ? RunChannel(setting, link)
+                             : bMany                        ? RunJobs(setting, link)
+                                                            : RunFile(setting, link);
     const std::string strText = outcome.GetText(setting);
     const bool bWritten =
         write(hOut, strText.data(), strText.size()) == static_cast<ssize_t>(strText.size());
@@ -100,9 +102,9 @@ int main(int nArguments, char** ppszArguments)
     if (!setting.Parse(words))
     {
         fputs(
-            "LinkRun upload|download|channel [delay=MS] [jitter=MS] [loss=%] [reorder=%]\n"
-            "        [duplicate=%] [corrupt=%] [cut=SECONDS|ever] [rate=KBIT] [bytes=N] [seed=N]\n"
-            "        [slack=SECONDS]\n",
+            "LinkRun upload|download|channel|uploads|downloads [delay=MS] [jitter=MS] [loss=%]\n"
+            "        [reorder=%] [duplicate=%] [corrupt=%] [cut=SECONDS|ever] [rate=KBIT]\n"
+            "        [bytes=N] [files=N] [seed=N] [slack=SECONDS]\n",
             stderr);
         return WRONG_USAGE;
     }

@@ -28,6 +28,17 @@ TEST(LateLink, OfATenthOfASecondTakesAnUploadWhole)
     EXPECT_LINK_RUN("upload", "delay=100", "bytes=100003");
 }
 
+// The bytes are those of each file; the delay is what several connections share.
+TEST(LateLink, TakesSixTimesAsManyUploadsOverEightConnections)
+{
+    EXPECT_LINK_RUN("uploads", "delay=10", "rate=0", "bytes=16384", "files=40");
+}
+
+TEST(LateLink, GivesSixTimesAsManyDownloadsOverEightConnections)
+{
+    EXPECT_LINK_RUN("downloads", "delay=10", "rate=0", "bytes=16384", "files=60");
+}
+
 TEST(SilentLink, OfOneSecondInTheMiddleOfAnUploadIsSurvived)
 {
     EXPECT_LINK_RUN("upload", "delay=10", "cut=1");

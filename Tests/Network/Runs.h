@@ -20,6 +20,9 @@ const int WATCH_SECONDS = 150;
 // A file up, or down. The file at the receiver must be exactly the sender's, or both hosts must
 // have been told that it is not.
 COutcome RunFile(const CSetting& setting, CLink& link);
+// Many files up, or down, by the tool: first over one connection, then over several. All files must
+// arrive, and the several must move nearly as many times more.
+COutcome RunJobs(const CSetting& setting, CLink& link);
 // Two channels. Every packet must come as it was put, in order, none missing on a connection.
 COutcome RunChannel(const CSetting& setting, CLink& link);
 

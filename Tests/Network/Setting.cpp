@@ -16,8 +16,8 @@ const CField FIELDS[] = {
     {"loss", &CSetting::m_nLoss},           {"reorder", &CSetting::m_nReorder},
     {"duplicate", &CSetting::m_nDuplicate}, {"corrupt", &CSetting::m_nCorrupt},
     {"cut", &CSetting::m_nCutSeconds},      {"rate", &CSetting::m_nRateKbit},
-    {"bytes", &CSetting::m_nBytes},         {"seed", &CSetting::m_nSeed},
-    {"slack", &CSetting::m_nSlackSeconds},
+    {"bytes", &CSetting::m_nBytes},         {"files", &CSetting::m_nFiles},
+    {"seed", &CSetting::m_nSeed},           {"slack", &CSetting::m_nSlackSeconds},
 };
 
 bool TakeField(CSetting& setting, const std::string& strWord)
@@ -57,7 +57,8 @@ bool CSetting::Parse(const std::vector<std::string>& words)
             return false;
         }
     }
-    return m_strKind == "upload" || m_strKind == "download" || m_strKind == "channel";
+    return m_strKind == "upload" || m_strKind == "download" || m_strKind == "channel" ||
+           m_strKind == "uploads" || m_strKind == "downloads";
 }
 
 std::string CSetting::GetOthers() const

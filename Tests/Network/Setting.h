@@ -28,7 +28,7 @@ struct CSetting
         return IsForGood() || m_nCutSeconds > 5;
     }
 
-    std::string m_strKind;  // upload, download, channel
+    std::string m_strKind;  // upload, download, channel; uploads, downloads: many files
     int m_nDelayMs = 0;     // one way
     int m_nJitterMs = 0;
     int m_nLoss = 0;  // this and the next three in percent
@@ -37,7 +37,8 @@ struct CSetting
     int m_nCorrupt = 0;
     int m_nCutSeconds = 0;   // in the middle of the run; -1: for good
     int m_nRateKbit = 4000;  // so that a transfer takes seconds
-    int m_nBytes = 1000003;  // of the file
+    int m_nBytes = 1000003;  // of a file
+    int m_nFiles = 50;       // of many: for each connection
     int m_nSeed = 1;
     int m_nSlackSeconds = 0;  // by which packets may be back later: the machine has others to serve
 };

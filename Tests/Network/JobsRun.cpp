@@ -1,0 +1,156 @@
+// Many small files over a link, by the tool: what several connections gain over one.
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "Events.h"
+#include "FarServer.h"
+#include "Folder.h"
+#include "Runs.h"
+
+extern char** environ;
+
+namespace
+{
+
+const int JOBS = 8;
+const double LEAST_GAIN = 6;
+
+// Serves a folder to a peer that is trusted.
+class CFolderHost final : public IOspreyServerCallback
+{
+public:
+    explicit CFolderHost(std::string strFolder) : m_strFolder(std::move(strFolder)) {}
+
+    int OnRequest(KS_REQUEST eRequest, void* pRecord) override
+    {
+        switch (eRequest)
+        {
+            case KS_REQUEST_UPLOAD_FILE:
+                Resolve(static_cast<KS_UPLOAD_FILE*>(pRecord)->pszName,
+                        static_cast<KS_UPLOAD_FILE*>(pRecord)->strResolvedPath);
+                break;
+            case KS_REQUEST_DOWNLOAD_FILE:
+                Resolve(static_cast<KS_DOWNLOAD_FILE*>(pRecord)->pszName,
+                        static_cast<KS_DOWNLOAD_FILE*>(pRecord)->strResolvedPath);
+                break;
+            case KS_REQUEST_CREATE_DIR:
+                Resolve(static_cast<KS_CREATE_DIR*>(pRecord)->pszPath,
+                        static_cast<KS_CREATE_DIR*>(pRecord)->strResolvedPath);
+                break;
+            default:
+                break;
+        }
+        return 0;
+    }
+    void OnDisconnect(const char* /*pszName*/) override {}
+
+private:
+    // "FILESUBMIT||folder\\name", or "folder/name".
+    void Resolve(const std::string& strName, std::string& strPath) const
+    {
+        strPath = m_strFolder + "/" + strName.substr(strName.rfind('|') + 1);
+        std::replace(strPath.begin(), strPath.end(), '\\', '/');
+    }
+
+    std::string m_strFolder;
+};
+
+// Its exit code; what it says on standard error comes out here.
+int RunTool(std::vector<std::string> words)
+{
+    words.insert(words.begin(), OSPREY_TOOL);
+    std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
+    for (std::string& strWord : words)
+    {
+        pointers.push_back(strWord.data());
+    }
+    pointers.push_back(nullptr);
+    pid_t nProcess = -1;
+    int nStatus = 0;
+    const bool bEnded =
+        posix_spawn(&nProcess, OSPREY_TOOL, nullptr, nullptr, pointers.data(), environ) == 0 &&
+        waitpid(nProcess, &nStatus, 0) == nProcess && WIFEXITED(nStatus);
+    return bEnded ? WEXITSTATUS(nStatus) : -1;
+}
+
+// As many times the connections, as many times the files: both parts take about as long.
+class CJobsRun
+{
+public:
+    CJobsRun(const CSetting& setting, CLink& link)
+        : m_setting(setting), m_link(link), m_bUpload(setting.m_strKind == "uploads")
+    {
+        std::filesystem::create_directory(m_folder.Get("near"));
+        std::filesystem::create_directory(m_folder.Get("far"));
+    }
+
+    COutcome Run()
+    {
+        CFolderHost host(m_folder.Get("far"));
+        const CFarServer server(m_link, &host);
+        const double dOne = FilesPerSecond(1);
+        const double dSeveral = FilesPerSecond(JOBS);
+        const double dGain = dSeveral / dOne;
+        char szText[128];
+        snprintf(szText, sizeof szText, "%.1f times", dGain);
+        m_outcome.m_strEnd = szText;
+        snprintf(szText, sizeof szText, "%d connections: %.1f files a second; one: %.1f", JOBS,
+                 dSeveral, dOne);
+        m_outcome.Forbid(dGain < LEAST_GAIN, szText);
+        return m_outcome;
+    }
+
+private:
+    double FilesPerSecond(int nJobs)
+    {
+        const std::string strName = "jobs" + std::to_string(nJobs);
+        const int nFiles = m_setting.m_nFiles * nJobs;
+        const std::string strFrom = m_folder.Get(m_bUpload ? "near/" : "far/") + strName;
+        const std::string strTo = m_folder.Get(m_bUpload ? "far/" : "near/") + strName;
+        std::filesystem::create_directory(strFrom);
+        std::vector<std::string> words = {m_bUpload ? "submit" : "download", "10.77.0.2:7070",
+                                          "--quiet", "--jobs", std::to_string(nJobs)};
+        words.insert(words.end(), {m_bUpload ? strFrom : "--output=" + strTo});
+        for (int i = 0; i < nFiles; ++i)
+        {
+            const std::string strFile = "/" + std::to_string(i);
+            std::ofstream(strFrom + strFile, std::ios::binary)
+                << RandomBytes(m_setting.m_nBytes, m_setting.m_nSeed + i);
+            if (!m_bUpload)
+            {
+                words.push_back(strName + strFile);
+            }
+        }
+        const CTime start = Now();
+        m_outcome.Forbid(RunTool(words) != 0, "the tool failed");
+        m_outcome.m_dSeconds = SecondsBetween(start, Now());
+        for (int i = 0; i < nFiles; ++i)
+        {
+            const std::string strFile = "/" + std::to_string(i);
+            m_outcome.Forbid(Contents(strTo + strFile) != Contents(strFrom + strFile),
+                             strTo + strFile + " differs");
+        }
+        return nFiles / m_outcome.m_dSeconds;
+    }
+
+    const CSetting& m_setting;
+    CLink& m_link;
+    bool m_bUpload;
+    CFolder m_folder;
+    COutcome m_outcome;
+};
+
+}  // namespace
+
+COutcome RunJobs(const CSetting& setting, CLink& link)
+{
+    return CJobsRun(setting, link).Run();
+}
