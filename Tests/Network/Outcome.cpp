@@ -5,7 +5,7 @@
 namespace
 {
 
-const char FORMAT[] = "%-8s %5s %4s %4s %-45s  %-14s %7s %7s %7s %7s  %s\n";
+const char FORMAT[] = "%-9s %5s %4s %4s %-45s  %-14s %7s %7s %7s %7s  %s\n";
 
 std::string Line(const std::vector<std::string>& cells)
 {

@@ -77,6 +77,23 @@ TEST_F(SubmitList, FoldersComeFirstThenTheirFilesSorted)
     EXPECT_EQ(m_list.Bytes(), 25U);
 }
 
+TEST_F(SubmitList, FoldersOfAllPathsCanBePutFirst)
+{
+    for (const char* pszFolder : {"b/in", "a/in"})
+    {
+        fs::create_directories(m_folder.GetPath(pszFolder));
+    }
+    for (const char* pszFile : {"b/in/2", "b/in/1", "a/in/3", "0"})
+    {
+        m_folder.WriteFile(pszFile, "");
+    }
+    ASSERT_TRUE(Add({"b", "0", "a"}));
+    EXPECT_EQ(Sent(), (CNames{"b/", "b/in/", "b/in/1", "b/in/2", "0", "a/", "a/in/", "a/in/3"}));
+    m_list.PutFoldersFirst();
+    EXPECT_EQ(Sent(), (CNames{"b/", "b/in/", "a/", "a/in/", "b/in/1", "b/in/2", "0", "a/in/3"}));
+    EXPECT_FALSE(m_list.MayHaveTwins());
+}
+
 TEST_F(SubmitList, SingleFileGoesUnderItsOwnName)
 {
     fs::create_directories(m_folder.GetPath("x/y"));
