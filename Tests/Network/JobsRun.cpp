@@ -21,6 +21,7 @@ namespace
 
 const int JOBS = 8;
 const double LEAST_GAIN = 6;
+const int ROUNDS = 3;
 
 // Serves a folder to a peer that is trusted.
 class CFolderHost final : public IOspreyServerCallback
@@ -81,7 +82,8 @@ int RunTool(std::vector<std::string> words)
     return bEnded ? WEXITSTATUS(nStatus) : -1;
 }
 
-// As many times the connections, as many times the files: both parts take about as long.
+// As many times the connections, as many times the files: both take about as long. What else runs
+// on the machine only ever adds time, so of several rounds in turn the shortest times count.
 class CJobsRun
 {
 public:
@@ -96,49 +98,96 @@ public:
     {
         CFolderHost host(m_folder.Get("far"));
         const CFarServer server(m_link, &host);
-        const double dOne = FilesPerSecond(1);
-        const double dSeveral = FilesPerSecond(JOBS);
-        const double dGain = dSeveral / dOne;
+        MakeFiles(1);
+        MakeFiles(JOBS);
+        double dOne = Seconds(1);
+        double dSeveral = Seconds(JOBS);
+        for (int i = 1; i < ROUNDS; ++i)
+        {
+            dOne = std::min(dOne, Seconds(1));
+            dSeveral = std::min(dSeveral, Seconds(JOBS));
+        }
+        Compare(1);
+        Compare(JOBS);
+        const double dGain = dOne / dSeveral * JOBS;
         char szText[128];
         snprintf(szText, sizeof szText, "%.1f times", dGain);
         m_outcome.m_strEnd = szText;
+        m_outcome.m_dSeconds = dSeveral;
         snprintf(szText, sizeof szText, "%d connections: %.1f files a second; one: %.1f", JOBS,
-                 dSeveral, dOne);
+                 m_setting.m_nFiles * JOBS / dSeveral, m_setting.m_nFiles / dOne);
         m_outcome.Forbid(dGain < LEAST_GAIN, szText);
         return m_outcome;
     }
 
 private:
-    double FilesPerSecond(int nJobs)
+    static std::string Name(int nJobs)
     {
-        const std::string strName = "jobs" + std::to_string(nJobs);
-        const int nFiles = m_setting.m_nFiles * nJobs;
-        const std::string strFrom = m_folder.Get(m_bUpload ? "near/" : "far/") + strName;
-        const std::string strTo = m_folder.Get(m_bUpload ? "far/" : "near/") + strName;
-        std::filesystem::create_directory(strFrom);
+        return "jobs" + std::to_string(nJobs);
+    }
+    std::string From(int nJobs) const
+    {
+        return m_folder.Get((m_bUpload ? "near/" : "far/") + Name(nJobs));
+    }
+    std::string To(int nJobs) const
+    {
+        return m_folder.Get((m_bUpload ? "far/" : "near/") + Name(nJobs));
+    }
+    // "/0", "/1", ...
+    std::vector<std::string> Files(int nJobs) const
+    {
+        std::vector<std::string> files;
+        for (int i = 0; i < m_setting.m_nFiles * nJobs; ++i)
+        {
+            files.push_back("/" + std::to_string(i));
+        }
+        return files;
+    }
+
+    void MakeFiles(int nJobs) const
+    {
+        std::filesystem::create_directory(From(nJobs));
+        int nSeed = m_setting.m_nSeed;
+        for (const std::string& strFile : Files(nJobs))
+        {
+            std::ofstream(From(nJobs) + strFile, std::ios::binary)
+                << RandomBytes(m_setting.m_nBytes, nSeed++);
+        }
+    }
+
+    // That one run of the tool takes, from its start to its end.
+    double Seconds(int nJobs)
+    {
+        std::filesystem::remove_all(To(nJobs));
         std::vector<std::string> words = {m_bUpload ? "submit" : "download", "10.77.0.2:7070",
                                           "--quiet", "--jobs", std::to_string(nJobs)};
-        words.insert(words.end(), {m_bUpload ? strFrom : "--output=" + strTo});
-        for (int i = 0; i < nFiles; ++i)
+        if (m_bUpload)
         {
-            const std::string strFile = "/" + std::to_string(i);
-            std::ofstream(strFrom + strFile, std::ios::binary)
-                << RandomBytes(m_setting.m_nBytes, m_setting.m_nSeed + i);
-            if (!m_bUpload)
+            words.push_back(From(nJobs));
+        }
+        else
+        {
+            words.push_back("--output=" + To(nJobs));
+            for (const std::string& strFile : Files(nJobs))
             {
-                words.push_back(strName + strFile);
+                words.push_back(Name(nJobs) + strFile);
             }
         }
         const CTime start = Now();
         m_outcome.Forbid(RunTool(words) != 0, "the tool failed");
-        m_outcome.m_dSeconds = SecondsBetween(start, Now());
-        for (int i = 0; i < nFiles; ++i)
+        return SecondsBetween(start, Now());
+    }
+
+    // After the last round.
+    void Compare(int nJobs)
+    {
+        for (const std::string& strFile : Files(nJobs))
         {
-            const std::string strFile = "/" + std::to_string(i);
-            m_outcome.Forbid(Contents(strTo + strFile) != Contents(strFrom + strFile),
-                             strTo + strFile + " differs");
+            const std::string strBytes = Contents(To(nJobs) + strFile);
+            m_outcome.Forbid(strBytes.size() != static_cast<size_t>(m_setting.m_nBytes) ||
+                                 strBytes != Contents(From(nJobs) + strFile),
+                             To(nJobs) + strFile + " differs");
         }
-        return nFiles / m_outcome.m_dSeconds;
     }
 
     const CSetting& m_setting;

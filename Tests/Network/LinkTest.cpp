@@ -31,12 +31,12 @@ TEST(LateLink, OfATenthOfASecondTakesAnUploadWhole)
 // The bytes are those of each file; the delay is what several connections share.
 TEST(LateLink, TakesSixTimesAsManyUploadsOverEightConnections)
 {
-    EXPECT_LINK_RUN("uploads", "delay=10", "rate=0", "bytes=16384", "files=40");
+    EXPECT_LINK_RUN("uploads", "delay=10", "rate=0", "bytes=16384", "files=16");
 }
 
 TEST(LateLink, GivesSixTimesAsManyDownloadsOverEightConnections)
 {
-    EXPECT_LINK_RUN("downloads", "delay=10", "rate=0", "bytes=16384", "files=60");
+    EXPECT_LINK_RUN("downloads", "delay=10", "rate=0", "bytes=16384", "files=24");
 }
 
 TEST(SilentLink, OfOneSecondInTheMiddleOfAnUploadIsSurvived)
