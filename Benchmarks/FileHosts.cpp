@@ -3,17 +3,20 @@
 //   FileHosts serve DIR            prints its port; serves until its standard input ends
 //   FileHosts get PORT DIR         fetches the files that standard input names into DIR
 //   FileHosts put PORT DIR         sends the files of DIR that standard input names
+//   FileHosts get-timed | put-timed PORT DIR       the same; prints the milliseconds of each file
 
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "LibOsprey.h"
 
@@ -59,6 +62,8 @@ template <class Callback>
 class CTransferHost final : public Callback
 {
 public:
+    typedef std::chrono::steady_clock Clock;
+
     CTransferHost(std::string strDir, bool bUpload)
         : m_strDir(std::move(strDir) + "/"), m_bUpload(bUpload)
     {
@@ -76,6 +81,7 @@ public:
     bool GetNextFile(std::string& strLocalPath, std::string& strRemote,
                      long long& llNumber) override
     {
+        m_listAsked.push_back(Clock::now());
         std::string strName;
         if (!std::getline(std::cin, strName))
         {
@@ -102,6 +108,17 @@ public:
         m_changed.wait(lock, [this] { return m_bEnded; });
         return !m_bFailed;
     }
+    // From asking for a file to asking for the next.
+    void PrintTimes(FILE* pOutput) const
+    {
+        for (size_t i = 1; i < m_listAsked.size(); ++i)
+        {
+            const std::chrono::duration<double, std::milli> ms =
+                m_listAsked[i] - m_listAsked[i - 1];
+            fprintf(pOutput, "%.4f\n", ms.count());
+        }
+        fflush(pOutput);
+    }
 
 private:
     void End(bool bFailed)
@@ -118,6 +135,7 @@ private:
     std::condition_variable m_changed;
     bool m_bEnded = false;
     bool m_bFailed = false;
+    std::vector<typename Clock::time_point> m_listAsked;
 };
 
 // A port that is free at the moment: the server does not tell the one that it chose.
@@ -157,7 +175,7 @@ bool Serve(const std::string& strDir, FILE* pOutput)
     return bRuns;
 }
 
-bool Get(unsigned short wPort, const std::string& strDir)
+bool Get(unsigned short wPort, const std::string& strDir, FILE* pTimes)
 {
     CTransferHost<IDownloadFileClientCallback> host(strDir, false);
     IDownloadFileClient* pClient = CreateDownloadFileClient(&host);
@@ -165,10 +183,14 @@ bool Get(unsigned short wPort, const std::string& strDir)
     const bool bDone =
         pClient->StartFileDownload(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
     pClient->Release();
+    if (pTimes != nullptr)
+    {
+        host.PrintTimes(pTimes);
+    }
     return bDone;
 }
 
-bool Put(unsigned short wPort, const std::string& strDir)
+bool Put(unsigned short wPort, const std::string& strDir, FILE* pTimes)
 {
     CTransferHost<ISubmitFileClientCallback> host(strDir, true);
     ISubmitFileClient* pClient = CreateSubmitFileClient(&host);
@@ -176,6 +198,10 @@ bool Put(unsigned short wPort, const std::string& strDir)
     const bool bDone =
         pClient->StartFileSubmit(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
     pClient->Release();
+    if (pTimes != nullptr)
+    {
+        host.PrintTimes(pTimes);
+    }
     return bDone;
 }
 
@@ -189,16 +215,19 @@ int main(int nArguments, char** ppszArguments)
     {
         return 1;
     }
-    const std::string strMode = nArguments > 1 ? ppszArguments[1] : "";
+    std::string strMode = nArguments > 1 ? ppszArguments[1] : "";
     if (strMode == "serve" && nArguments == 3)
     {
         return Serve(ppszArguments[2], pOutput) ? 0 : 1;
     }
+    const bool bTimed = strMode == "get-timed" || strMode == "put-timed";
+    strMode.resize(bTimed ? 3 : strMode.size());
     if ((strMode != "get" && strMode != "put") || nArguments != 4)
     {
         fputs("usage: FileHosts serve DIR | get PORT DIR | put PORT DIR\n", stderr);
         return 2;
     }
     const auto wPort = static_cast<unsigned short>(atoi(ppszArguments[2]));
-    return (strMode == "get" ? Get : Put)(wPort, ppszArguments[3]) ? 0 : 1;
+    FILE* const pTimes = bTimed ? pOutput : nullptr;
+    return (strMode == "get" ? Get : Put)(wPort, ppszArguments[3], pTimes) ? 0 : 1;
 }

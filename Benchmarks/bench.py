@@ -1,35 +1,53 @@
-"""bench.py BUILD NAME [ROUNDS]: measures and prints tables. NAME is down, up, small-down or small-up."""
+"""bench.py BUILD [NAME...] [--rounds N] [--write]: measures, prints tables. Without names: everything.
 
-import sys
+--write puts the tables and charts of a whole run into Docs/.
+"""
+
+import argparse
 
 import files
+import stalls
 import systems
 
-LARGE = files.Work("1 GiB", 1, 1024 * files.MEBIBYTE)
-SMALL = files.Work("2,000 files of 16 KiB, one connection", 2000, 16 * 1024)
 
-FILE_BENCHMARKS = {
-    "down": (LARGE, False),
-    "up": (LARGE, True),
-    "small-down": (SMALL, False),
-    "small-up": (SMALL, True),
+def file_benchmark(name, upload, work):
+    def run(build, rounds):
+        measured = [
+            systems.OwnProgram("bare pattern", f"{build}/Benchmarks/BarePattern"),
+            systems.OwnProgram("Osprey", f"{build}/Benchmarks/FileHosts"),
+            systems.Nginx(),
+            systems.Vsftpd(),
+            systems.Rsync(),
+        ]
+        return [files.run(name, measured, upload, work, rounds)]
+
+    return run
+
+
+def stall_benchmark(build, rounds):
+    program = f"{build}/Benchmarks/FileHosts"
+    return [stalls.run(systems.OwnProgram("Osprey", program, "get-timed", "put-timed"), rounds)]
+
+
+BENCHMARKS = {
+    "down": file_benchmark("down", False, files.LARGE),
+    "up": file_benchmark("up", True, files.LARGE),
+    "small-down": file_benchmark("small-down", False, files.SMALL),
+    "small-up": file_benchmark("small-up", True, files.SMALL),
+    "stalls": stall_benchmark,
 }
 
 
-def main(arguments):
-    build, name = arguments[:2]
-    rounds = int(arguments[2]) if len(arguments) > 2 else 5
-    work, upload = FILE_BENCHMARKS[name]
-    measured = [
-        systems.OwnProgram("bare pattern", f"{build}/Benchmarks/BarePattern"),
-        systems.OwnProgram("Osprey", f"{build}/Benchmarks/FileHosts"),
-        systems.Nginx(),
-        systems.Rsync(),
-    ]
-    columns = files.measure(measured, upload, work, rounds)
-    title = f"{work.title}, {'upload' if upload else 'download'}, {rounds} rounds: median (least to most)"
-    print(files.table(title, columns, work, work.count > 1), flush=True)
+def main():
+    parser = argparse.ArgumentParser(prog="bench")
+    parser.add_argument("build")
+    parser.add_argument("names", nargs="*", metavar="NAME", help=", ".join(BENCHMARKS))
+    parser.add_argument("--rounds", type=int, default=5)
+    arguments = parser.parse_args()
+    for name in arguments.names or BENCHMARKS:
+        for table in BENCHMARKS[name](arguments.build, arguments.rounds):
+            print(table.markdown(), flush=True)
 
 
 if __name__ == "__main__":
-    main(sys.argv[1:])
+    main()

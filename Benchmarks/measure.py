@@ -1,8 +1,10 @@
-"""Runs a server and a client as processes and accounts for both: wall time, processor time, system
-calls.
+"""Runs a server and a client as processes and accounts for both: wall time, processor time, memory,
+system calls.
 
 Processor time is the kernel's own account of a process and of every child that it has waited for
-(wait4(2)).
+(wait4(2)). So is memory: the most that was resident at any moment in the largest of them. The kernel
+counts in what stood in a process before its program did, so it is GNU time that starts it, which is
+smaller than anything measured.
 """
 
 import os
@@ -14,8 +16,7 @@ import tempfile
 import time
 from dataclasses import dataclass
 
-START_SECONDS = 10.0
-END_SECONDS = 30.0
+WAIT_SECONDS = 10.0
 
 
 @dataclass
@@ -24,43 +25,45 @@ class Account:
 
     seconds: float = 0.0  # wall time
     cpu: float = 0.0  # user and system, seconds
+    resident: int = 0  # KiB at the peak; not counted together with calls
     calls: int = 0  # system calls; counted only when asked for
 
 
 class Process:
     """A command that runs. Its standard input is fed from text, or stays open until it is stopped."""
 
-    def __init__(self, command, text=None, count_calls=False, log=None):
-        self._calls = None
+    def __init__(self, command, text=None, count_calls=False, log=None, output=None):
+        self._count_calls = count_calls
+        self._report = tempfile.NamedTemporaryFile(prefix="report")
         if count_calls:
-            self._calls = tempfile.NamedTemporaryFile(prefix="calls")
-            command = ["strace", "-f", "-qq", "-c", "-U", "calls", "-o", self._calls.name, *command]
+            before = ["strace", "-f", "-qq", "-c", "-U", "calls", "-o", self._report.name]
+        else:
+            before = ["time", "--quiet", "--format", "%M", "--output", self._report.name]
         self._input = tempfile.TemporaryFile() if text is not None else None
         if self._input is not None:
             self._input.write(text.encode())
             self._input.seek(0)
         self._started = time.monotonic()
         self._child = subprocess.Popen(
-            command,
+            [*before, *command],
             stdin=self._input if self._input is not None else subprocess.PIPE,
-            stdout=subprocess.PIPE,
+            stdout=output if output is not None else subprocess.PIPE,
             stderr=log if log is not None else subprocess.DEVNULL,
         )
 
     def read_line(self):
         return self._child.stdout.readline().decode().strip()
 
-    def traced_pid(self):
-        """The process itself, also below strace."""
-        if self._calls is None:
-            return self._child.pid
-        with open(f"/proc/{self._child.pid}/task/{self._child.pid}/children") as children:
-            return int(children.read().split()[0])
+    def pid(self):
+        """The process itself, below what accounts for it."""
+        return children(self._child.pid)[0]
 
     def stop(self, with_signal):
-        """Asks the process to end: by SIGTERM, or by the end of its standard input."""
+        """Asks the process to end: by SIGTERM, once it has no children left, or by the end of its
+        standard input."""
         if with_signal:
-            os.kill(self.traced_pid(), signal.SIGTERM)
+            wait_until(lambda: not children(self.pid()), "the end of a server's children")
+            os.kill(self.pid(), signal.SIGTERM)
         else:
             self._child.stdin.close()
 
@@ -69,12 +72,25 @@ class Process:
         _, status, usage = os.wait4(self._child.pid, 0)
         seconds = time.monotonic() - self._started
         self._child.returncode = os.waitstatus_to_exitcode(status)  # nobody waits again
-        self._child.stdout.close()
+        if self._child.stdout is not None:
+            self._child.stdout.close()
         account = Account(seconds, usage.ru_utime + usage.ru_stime)
-        if self._calls is not None:
-            account.calls = count_calls(self._calls.name)
-            self._calls.close()
+        if self._count_calls:
+            account.calls = count_calls(self._report.name)
+        else:
+            account.resident = last_number(self._report.name)
+        self._report.close()
         return self._child.returncode, account
+
+
+def children(pid):
+    with open(f"/proc/{pid}/task/{pid}/children") as file:
+        return [int(child) for child in file.read().split()]
+
+
+def last_number(path):
+    with open(path) as file:
+        return int(file.read().split()[-1])
 
 
 def count_calls(path):
@@ -89,13 +105,20 @@ def free_port():
         return probe.getsockname()[1]
 
 
+def wait_until(condition, what):
+    deadline = time.monotonic() + WAIT_SECONDS
+    while not condition():
+        if time.monotonic() > deadline:
+            raise TimeoutError(f"waited in vain for {what}")
+        time.sleep(0.005)
+
+
 def wait_for_port(port):
-    deadline = time.monotonic() + START_SECONDS
-    while True:
+    def listens():
         try:
             socket.create_connection(("127.0.0.1", port), 1).close()
-            return
+            return True
         except OSError:
-            if time.monotonic() > deadline:
-                raise
-            time.sleep(0.02)
+            return False
+
+    wait_until(listens, f"port {port}")

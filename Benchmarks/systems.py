@@ -36,19 +36,21 @@ class OwnProgram(System):
 
     stops_by_signal = False
 
-    def __init__(self, name, program):
+    def __init__(self, name, program, get="get", put="put"):
         self.name = name
         self._program = program
+        self._get = get
+        self._put = put
 
     def serve(self, folder, work, count_calls=False):
         process = Process([self._program, "serve", folder], count_calls=count_calls)
         return process, int(process.read_line())
 
     def get(self, port, folder, names):
-        return [self._program, "get", str(port), folder], lines(names)
+        return [self._program, self._get, str(port), folder], lines(names)
 
     def put(self, port, folder, names):
-        return [self._program, "put", str(port), folder], lines(names)
+        return [self._program, self._put, str(port), folder], lines(names)
 
 
 class Nginx(System):
@@ -85,6 +87,42 @@ http {{
         )
 
 
+class Vsftpd(System):
+    """vsftpd for an anonymous user, and lftp: curl 7.88 lets a second pass after many a file."""
+
+    name = "vsftpd + lftp"
+
+    def command(self, folder, work, port):
+        path = os.path.join(work, "vsftpd.conf")
+        write(
+            path,
+            f"""listen=YES
+listen_address=127.0.0.1
+listen_port={port}
+pasv_address=127.0.0.1
+background=NO
+run_as_launching_user=YES
+seccomp_sandbox=NO
+isolate=NO
+isolate_network=NO
+secure_chroot_dir={work}
+anonymous_enable=YES
+no_anon_password=YES
+anon_root={folder}
+anon_upload_enable=YES
+write_enable=YES
+xferlog_enable=NO
+""",
+        )
+        return ["/usr/sbin/vsftpd", path]
+
+    def get(self, port, folder, names):
+        return LFTP, lftp_script("get", port, folder, names)
+
+    def put(self, port, folder, names):
+        return LFTP, lftp_script("put", port, folder, names)
+
+
 class Rsync(System):
     """rsync's daemon and rsync, whole files, no delta."""
 
@@ -116,7 +154,22 @@ gid = {os.getgid()}
 
 
 CURL = ["curl", "--silent", "--show-error", "--fail", "--config", "-"]
+LFTP = ["lftp", "--norc"]
 RSYNC = ["rsync", "--whole-file", "--inplace", "--files-from=-"]
+
+
+def lftp_script(verb, port, folder, names):
+    """Without what lftp asks a server before a transfer, for the others do not ask either."""
+    settings = ["cmd:fail-exit yes", "xfer:clobber yes", "xfer:log no", "ftp:use-feat no"]
+    settings += ["ftp:use-size no", "ftp:use-mdtm no"]
+    return lines(
+        [
+            *(f"set {setting}" for setting in settings),
+            f"open ftp://127.0.0.1:{port}",
+            f"lcd {folder}",
+            *(f"{verb} {name}" for name in names),
+        ]
+    )
 
 
 def lines(texts):
