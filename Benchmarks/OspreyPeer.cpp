@@ -41,11 +41,6 @@ public:
             m_wPort = FreePort();
         }
     }
-    ~COspreyPublisher() override
-    {
-        m_pServer->EndAllConnections(5000);
-        m_pServer->Release();
-    }
     int GetPort() const override
     {
         return m_wPort;
@@ -53,6 +48,10 @@ public:
     bool Publish(void* pData, unsigned int dwSize) override
     {
         return m_pServer->PutChannelPacket(CHANNEL, pData, dwSize) == 0;
+    }
+    void Flush() override
+    {
+        m_pServer->FlushChannelPackets();
     }
 
 private:
@@ -70,10 +69,6 @@ public:
         const int nPort = shared.m_nPort;
         m_pClient->Connect(0, INADDR_LOOPBACK, static_cast<unsigned short>(nPort), 5000, 1,
                            &dwChannel);
-    }
-    ~COspreySubscriber()
-    {
-        m_pClient->Release();
     }
     void OnConnected(unsigned int /*dwUserParam*/) override {}
     void OnConnectFailed(unsigned int /*dwUserParam*/) override {}

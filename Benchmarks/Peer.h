@@ -5,7 +5,8 @@
 
 #include "Shared.h"
 
-// What is measured: one publisher in a process of its own, many subscribers in another.
+// What is measured: one publisher in a process of its own, many subscribers in another. They last
+// as long as their processes.
 
 class IPublisher
 {
@@ -15,9 +16,11 @@ public:
     virtual int GetPort() const = 0;
     // Never waits. False when the packet was not taken.
     virtual bool Publish(void* pData, unsigned int dwSize) = 0;
+    // Has everything sent at once, where a system does not by itself.
+    virtual void Flush() {}
 };
 
-// Subscribers that hand what they receive to TakePacket until they are destroyed; a thread each.
+// Subscribers that hand what they receive to TakePacket; a thread each.
 class ISubscribers
 {
 public:
@@ -35,5 +38,6 @@ public:
 
 const ISystem& Osprey();
 const ISystem& ZeroMQ();
+const ISystem& NNG();
 
 #endif

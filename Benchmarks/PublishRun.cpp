@@ -5,22 +5,25 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <thread>
-
-#include "Figures.h"
+#include <vector>
 
 namespace
 {
 
 const unsigned int WARM_UP_RATE = 100;  // packets a second, until everybody listens
 const uint64_t TICK_NS = 1000000;       // packets are put once a millisecond
-const uint64_t DRAIN_NS = 500000000;    // for what is still on its way at the end
+const uint64_t RAMP_NS = 300000000;     // at the full rate before measuring
+const uint64_t DRAIN_NS = 400000000;    // for what is still on its way at the end
 const uint64_t DEADLINE_NS = 60000000000;
 
 // A child of the run. It is told by single bytes: 'b' begin, 'e' end of the measurement, 'q' quit.
+// It ends as it stands: how a system closes is not measured, and NNG 1.5 may hang there.
 class CChild
 {
 public:
@@ -41,7 +44,6 @@ public:
             m_nAnswers = pnAnswers[1];
             s_nAnswers = pnAnswers[1];
             fnMain(pnEnds[0]);
-            _exit(0);
         }
         close(pnEnds[0]);
         close(pnAnswers[1]);
@@ -88,10 +90,11 @@ private:
 
 int CChild::s_nAnswers = -1;
 
-// Keeps the processor time between 'b' and 'e'.
-void MeasureCPU(char cWhat, double& dCPU)
+// Keeps the processor time between 'b' and 'e', and the memory until then.
+void Account(char cWhat, CProcessFigures& figures)
 {
-    dCPU = ProcessCPU() - (cWhat == 'e' ? dCPU : 0);
+    figures.m_dCPU = ProcessCPU() - (cWhat == 'e' ? figures.m_dCPU : 0);
+    figures.m_nPeakKiB = PeakKiB();
 }
 
 void SleepUntil(uint64_t ullNs)
@@ -109,22 +112,20 @@ public:
     {
     }
 
-    // On a thread of its own, until m_bStop.
+    // On a thread of its own, until the end of the measurement.
     void Work()
     {
         uint64_t ullBegun = NowNs();
         uint64_t ullPut = 0;
-        bool bMeasured = false;
-        while (!m_bStop)
+        unsigned int dwRate = WARM_UP_RATE;
+        for (uint64_t ullNow = ullBegun; ullNow < m_shared.m_ullTo; ullNow = NowNs())
         {
-            const uint64_t ullNow = NowNs();
-            if (bMeasured != IsMeasured(m_shared, ullNow))
+            if (dwRate != m_scenario.m_dwRate && ullNow >= m_shared.m_ullFrom)
             {
-                bMeasured = !bMeasured;
+                dwRate = m_scenario.m_dwRate;
                 ullBegun = ullNow;
                 ullPut = 0;
             }
-            const unsigned int dwRate = bMeasured ? m_scenario.m_dwRate : WARM_UP_RATE;
             if (dwRate == 0)
             {
                 Put();
@@ -139,17 +140,18 @@ public:
         }
     }
 
-    std::atomic<bool> m_bStop{false};
-
 private:
     void Put()
     {
         const uint64_t ullSent = StampPacket(m_pPacket, m_scenario.m_dwSize, m_ullNumber++);
-        const bool bTaken = m_publisher.Publish(m_pPacket, m_scenario.m_dwSize);
-        if (IsMeasured(m_shared, ullSent))
+        m_publisher.Publish(m_pPacket, m_scenario.m_dwSize);
+        if (m_scenario.m_bFlush)
+        {
+            m_publisher.Flush();
+        }
+        if (IsAtRate(m_shared, ullSent))
         {
             m_shared.m_ullPut.fetch_add(1, std::memory_order_relaxed);
-            m_shared.m_ullRefused.fetch_add(bTaken ? 0 : 1, std::memory_order_relaxed);
         }
     }
 
@@ -166,16 +168,16 @@ void PublisherMain(const ISystem& system, const CScenario& scenario, CShared& sh
     CPutter putter(*pPublisher, scenario, shared);
     std::thread thread([&putter] { putter.Work(); });
     shared.m_nPort = pPublisher->GetPort();
-    CChild::Obey(nControl, [&](char cWhat) { MeasureCPU(cWhat, shared.m_dPublisherCPU); });
-    putter.m_bStop = true;
-    thread.join();
+    CChild::Obey(nControl, [&](char cWhat) { Account(cWhat, shared.m_publisher); });
+    _exit(0);
 }
 
 void SubscribersMain(const ISystem& system, const CScenario& scenario, CShared& shared,
                      int nControl)
 {
     const auto pSubscribers = system.MakeSubscribers(shared, scenario.m_nSubscribers);
-    CChild::Obey(nControl, [&](char cWhat) { MeasureCPU(cWhat, shared.m_dSubscriberCPU); });
+    CChild::Obey(nControl, [&](char cWhat) { Account(cWhat, shared.m_subscriber); });
+    _exit(0);
 }
 
 void WaitFor(const char* pszWhat, const std::function<bool()>& fnCondition)
@@ -192,29 +194,73 @@ void WaitFor(const char* pszWhat, const std::function<bool()>& fnCondition)
     }
 }
 
-CResult Evaluate(const CScenario& scenario, const CShared& shared)
+uint64_t CountReceived(const CScenario& scenario, const CShared& shared)
 {
-    const double dSeconds = scenario.m_dSeconds;
+    uint64_t ullReceived = 0;
+    for (int i = 0; i < scenario.m_nSubscribers; ++i)
+    {
+        ullReceived += shared.m_subscribers[i].m_ullReceived.load();
+    }
+    return ullReceived;
+}
+
+// Milliseconds below which the given part (0 to 1) of all samples lies.
+double Quantile(std::vector<uint32_t>& listSamples, double dPart)
+{
+    if (listSamples.empty())
+    {
+        return 0;
+    }
+    const auto nIndex = lround(dPart * static_cast<double>(listSamples.size() - 1));
+    std::nth_element(listSamples.begin(), listSamples.begin() + nIndex, listSamples.end());
+    return listSamples[static_cast<size_t>(nIndex)] / 1000.0;
+}
+
+// What was delivered in the measured time decides all but the part, which is of everything put.
+CResult Evaluate(const CScenario& scenario, const CShared& shared, uint64_t ullDelivered)
+{
+    uint64_t ullOfThosePut = 0;
     CResult result;
-    double dDelivered = 0;
-    std::vector<double> listLatencies;
+    std::vector<uint32_t> listLatencies;
     for (int i = 0; i < scenario.m_nSubscribers; ++i)
     {
         const CSubscriberFigures& figures = shared.m_subscribers[i];
-        dDelivered += static_cast<double>(figures.m_ullMeasured);
+        ullOfThosePut += figures.m_ullAtRate;
         result.m_ullBroken += figures.m_ullBroken;
-        listLatencies.insert(listLatencies.end(), figures.m_pdwLatency,
-                             figures.m_pdwLatency + figures.m_dwSamples);
+        listLatencies.insert(listLatencies.end(), shared.m_ppdwLatency[i],
+                             shared.m_ppdwLatency[i] + figures.m_dwSamples);
     }
-    const double dPut = static_cast<double>(shared.m_ullPut);
-    result.m_dPut = dPut / dSeconds;
-    result.m_dDelivered = dDelivered / dSeconds;
-    result.m_dDeliveredPart = dDelivered / (dPut * scenario.m_nSubscribers);
-    result.m_dPublisherCPU = shared.m_dPublisherCPU / dDelivered * 1e6;
-    result.m_dSubscriberCPU = shared.m_dSubscriberCPU / dDelivered * 1e6;
-    result.m_dMedianMs = Quantile(listLatencies, 0.5) / 1000;
-    result.m_d99Ms = Quantile(listLatencies, 0.99) / 1000;
+    const auto dDelivered = static_cast<double>(ullDelivered);
+    result.m_dDelivered = dDelivered / scenario.m_dSeconds;
+    result.m_dDeliveredPart = static_cast<double>(ullOfThosePut) /
+                              (static_cast<double>(shared.m_ullPut) * scenario.m_nSubscribers);
+    result.m_dPublisherCPU = shared.m_publisher.m_dCPU / dDelivered * 1e6;
+    result.m_dSubscriberCPU = shared.m_subscriber.m_dCPU / dDelivered * 1e6;
+    result.m_nPublisherKiB = shared.m_publisher.m_nPeakKiB;
+    result.m_nSubscriberKiB = shared.m_subscriber.m_nPeakKiB;
+    result.m_dMedianMs = Quantile(listLatencies, 0.5);
+    result.m_d99Ms = Quantile(listLatencies, 0.99);
     return result;
+}
+
+// Returns what was delivered in the measured time.
+uint64_t Measure(const CScenario& scenario, CShared& shared, const CChild& publisher,
+                 const CChild& subscribers)
+{
+    const uint64_t ullBegin = NowNs();
+    const uint64_t ullTo = ullBegin + RAMP_NS + static_cast<uint64_t>(scenario.m_dSeconds * 1e9);
+    shared.m_ullTo = ullTo;
+    shared.m_ullFrom = ullBegin;
+    SleepUntil(ullBegin + RAMP_NS);
+    publisher.Tell('b');
+    subscribers.Tell('b');
+    const uint64_t ullBefore = CountReceived(scenario, shared);
+    SleepUntil(ullTo);
+    const uint64_t ullAfter = CountReceived(scenario, shared);
+    publisher.Tell('e');
+    subscribers.Tell('e');
+    SleepUntil(ullTo + DRAIN_NS);
+    return ullAfter - ullBefore;
 }
 
 }  // namespace
@@ -222,6 +268,8 @@ CResult Evaluate(const CScenario& scenario, const CShared& shared)
 CResult Run(const ISystem& system, const CScenario& scenario)
 {
     CShared* const pShared = MapShared();
+    pShared->m_dwSize = scenario.m_dwSize;
+    pShared->m_bLatency = scenario.m_bLatency;
     CResult result;
     {
         const CChild publisher([&](int nControl)
@@ -234,16 +282,8 @@ CResult Run(const ISystem& system, const CScenario& scenario)
             WaitFor("a first packet",
                     [&] { return pShared->m_subscribers[i].m_ullReceived.load() > 1; });
         }
-        publisher.Tell('b');
-        subscribers.Tell('b');
-        const uint64_t ullBegun = NowNs();
-        const uint64_t ullEnd = ullBegun + static_cast<uint64_t>(scenario.m_dSeconds * 1e9);
-        pShared->m_ullTo = ullEnd;
-        pShared->m_ullFrom = ullBegun;
-        SleepUntil(ullEnd + DRAIN_NS);
-        publisher.Tell('e');
-        subscribers.Tell('e');
-        result = Evaluate(scenario, *pShared);
+        const uint64_t ullDelivered = Measure(scenario, *pShared, publisher, subscribers);
+        result = Evaluate(scenario, *pShared, ullDelivered);
     }
     munmap(pShared, sizeof *pShared);
     return result;

@@ -6,12 +6,44 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <new>
+#include <string>
+
+namespace
+{
+
+// Bytes without a period; a packet's begin where its number says.
+class CPattern
+{
+public:
+    CPattern()
+    {
+        uint32_t dwState = 1;
+        for (unsigned char& b : m_bytes)
+        {
+            dwState = dwState * 1664525 + 1013904223;
+            b = static_cast<unsigned char>(dwState >> 24);
+        }
+    }
+    const unsigned char* Of(uint64_t ullNumber) const
+    {
+        return m_bytes + ullNumber % STARTS;
+    }
+
+private:
+    static const size_t STARTS = 4093;
+    unsigned char m_bytes[STARTS + 1500];
+};
+
+const CPattern PATTERN;
+
+}  // namespace
 
 CShared* MapShared()
 {
-    void* pMemory =
-        mmap(nullptr, sizeof(CShared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* pMemory = mmap(nullptr, sizeof(CShared), PROT_READ | PROT_WRITE,
+                         MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (pMemory == MAP_FAILED)
     {
         abort();
@@ -35,12 +67,25 @@ double ProcessCPU()
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+long PeakKiB()
+{
+    std::ifstream file("/proc/self/status");
+    const std::string strName = "VmHWM:";
+    for (std::string strLine; std::getline(file, strLine);)
+    {
+        if (strLine.compare(0, strName.size(), strName) == 0)
+        {
+            return strtol(strLine.c_str() + strName.size(), nullptr, 10);
+        }
+    }
+    abort();
+}
+
 uint64_t StampPacket(void* pData, size_t nSize, uint64_t ullNumber)
 {
     const CStamp stamp = {NowNs(), ullNumber};
     memcpy(pData, &stamp, sizeof stamp);
-    // The last byte tells a packet that was cut or mixed up.
-    static_cast<unsigned char*>(pData)[nSize - 1] = static_cast<unsigned char>(ullNumber);
+    memcpy(static_cast<char*>(pData) + sizeof stamp, PATTERN.Of(ullNumber), nSize - sizeof stamp);
     return stamp.ullSent;
 }
 
@@ -49,20 +94,27 @@ void TakePacket(CShared& shared, int nSubscriber, const void* pData, size_t nSiz
     CSubscriberFigures& figures = shared.m_subscribers[nSubscriber];
     figures.m_ullReceived.fetch_add(1, std::memory_order_relaxed);
     CStamp stamp{};
-    memcpy(&stamp, pData, sizeof stamp);
-    if (!IsMeasured(shared, stamp.ullSent))
+    if (nSize <= sizeof stamp)
     {
+        ++figures.m_ullBroken;
         return;
     }
-    ++figures.m_ullMeasured;
-    if (static_cast<const unsigned char*>(pData)[nSize - 1] !=
-        static_cast<unsigned char>(stamp.ullNumber))
+    memcpy(&stamp, pData, sizeof stamp);
+    const char* pRest = static_cast<const char*>(pData) + sizeof stamp;
+    if (stamp.ullNumber < figures.m_ullNext || nSize != shared.m_dwSize ||
+        memcmp(pRest, PATTERN.Of(stamp.ullNumber), nSize - sizeof stamp) != 0)
     {
         ++figures.m_ullBroken;
     }
-    if (figures.m_dwSamples < MAX_SAMPLES)
+    figures.m_ullNext = stamp.ullNumber + 1;
+    if (!IsAtRate(shared, stamp.ullSent))
     {
-        figures.m_pdwLatency[figures.m_dwSamples++] =
+        return;
+    }
+    ++figures.m_ullAtRate;
+    if (shared.m_bLatency && figures.m_dwSamples < MAX_SAMPLES)
+    {
+        shared.m_ppdwLatency[nSubscriber][figures.m_dwSamples++] =
             static_cast<uint32_t>((NowNs() - stamp.ullSent) / 1000);
     }
 }

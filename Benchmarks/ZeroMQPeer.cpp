@@ -27,19 +27,12 @@ class CZeroMQPublisher final : public IPublisher
 public:
     CZeroMQPublisher()
     {
-        const int nNoLinger = 0;
         zmq_setsockopt(m_pSocket, ZMQ_SNDHWM, &HIGH_WATER, sizeof HIGH_WATER);
-        zmq_setsockopt(m_pSocket, ZMQ_LINGER, &nNoLinger, sizeof nNoLinger);
         Check(zmq_bind(m_pSocket, "tcp://127.0.0.1:*") == 0);
         char szEndpoint[100];
         size_t nLength = sizeof szEndpoint;
         Check(zmq_getsockopt(m_pSocket, ZMQ_LAST_ENDPOINT, szEndpoint, &nLength) == 0);
         m_nPort = std::stoi(std::string(szEndpoint).substr(std::string(szEndpoint).rfind(':') + 1));
-    }
-    ~CZeroMQPublisher() override
-    {
-        zmq_close(m_pSocket);
-        zmq_ctx_term(m_pContext);
     }
     int GetPort() const override
     {
@@ -67,15 +60,6 @@ public:
             m_listThreads.emplace_back([this, &shared, i] { Receive(shared, i); });
         }
     }
-    ~CZeroMQSubscribers() override
-    {
-        zmq_ctx_shutdown(m_pContext);
-        for (std::thread& thread : m_listThreads)
-        {
-            thread.join();
-        }
-        zmq_ctx_term(m_pContext);
-    }
 
 private:
     void Receive(CShared& shared, int nIndex)
@@ -89,13 +73,9 @@ private:
         for (;;)
         {
             const int nSize = zmq_recv(pSocket, pBuffer, sizeof pBuffer, 0);
-            if (nSize < 0)
-            {
-                break;  // the context ends
-            }
+            Check(nSize >= 0);
             TakePacket(shared, nIndex, pBuffer, static_cast<size_t>(nSize));
         }
-        zmq_close(pSocket);
     }
 
     void* const m_pContext = zmq_ctx_new();

@@ -5,6 +5,7 @@
 
 import argparse
 
+import channels
 import files
 import stalls
 import systems
@@ -35,6 +36,13 @@ BENCHMARKS = {
     "small-down": file_benchmark("small-down", False, files.SMALL),
     "small-up": file_benchmark("small-up", True, files.SMALL),
     "stalls": stall_benchmark,
+    "channels": channels.throughput(
+        "channels", "1,400-byte packets, 10,000/s", channels.RATE_SUBSCRIBERS, 10000
+    ),
+    "flood": channels.throughput(
+        "flood", "1,400-byte packets, as fast as they are taken", channels.FLOOD_SUBSCRIBERS, 0
+    ),
+    "latency": channels.latency,
 }
 
 
