@@ -7,6 +7,7 @@ import argparse
 
 import channels
 import files
+import idle
 import stalls
 import systems
 
@@ -15,7 +16,7 @@ def file_benchmark(name, upload, work):
     def run(build, rounds):
         measured = [
             systems.OwnProgram("bare pattern", f"{build}/Benchmarks/BarePattern"),
-            systems.OwnProgram("Osprey", f"{build}/Benchmarks/FileHosts"),
+            own(build),
             systems.Nginx(),
             systems.Vsftpd(),
             systems.Rsync(),
@@ -23,6 +24,15 @@ def file_benchmark(name, upload, work):
         return [files.run(name, measured, upload, work, rounds)]
 
     return run
+
+
+def own(build):
+    return systems.OwnProgram("Osprey", f"{build}/Benchmarks/FileHosts")
+
+
+def servers(build):
+    """Each with the kind of connection that it takes."""
+    return [(own(build), "wxsp"), (systems.Nginx("nginx"), "http")]
 
 
 def stall_benchmark(build, rounds):
@@ -43,6 +53,9 @@ BENCHMARKS = {
         "flood", "1,400-byte packets, as fast as they are taken", channels.FLOOD_SUBSCRIBERS, 0
     ),
     "latency": channels.latency,
+    "idle": lambda build, rounds: [idle.idle(build, own(build))],
+    "memory": lambda build, rounds: [idle.memory(build, servers(build), rounds)],
+    "connections": lambda build, rounds: [idle.connections(build, servers(build), rounds)],
 }
 
 

@@ -32,11 +32,15 @@ class Account:
 class Process:
     """A command that runs. Its standard input is fed from text, or stays open until it is stopped."""
 
-    def __init__(self, command, text=None, count_calls=False, log=None, output=None):
+    def __init__(self, command, text=None, count_calls=False, log=None, output=None, trace=None):
+        """count_calls: in its account; trace: a file for a line with the time of each system call;
+        log, output: files for standard error and output."""
         self._count_calls = count_calls
         self._report = tempfile.NamedTemporaryFile(prefix="report")
         if count_calls:
             before = ["strace", "-f", "-qq", "-c", "-U", "calls", "-o", self._report.name]
+        elif trace is not None:
+            before = ["strace", "-f", "-qq", "-ttt", "-e", "signal=none", "-o", trace]
         else:
             before = ["time", "--quiet", "--format", "%M", "--output", self._report.name]
         self._input = tempfile.TemporaryFile() if text is not None else None
@@ -77,7 +81,7 @@ class Process:
         account = Account(seconds, usage.ru_utime + usage.ru_stime)
         if self._count_calls:
             account.calls = count_calls(self._report.name)
-        else:
+        elif os.path.getsize(self._report.name) > 0:
             account.resident = last_number(self._report.name)
         self._report.close()
         return self._child.returncode, account
@@ -97,6 +101,26 @@ def count_calls(path):
     """The calls in a table of `strace -c -U calls`."""
     with open(path) as table:
         return int(re.search(r"^\s*(\d+) total$", table.read(), re.MULTILINE).group(1))
+
+
+def count_traced_calls(path, begun, ended):
+    """The calls that began in a span of wall time, of a file that a Process was given as trace."""
+    with open(path) as file:
+        entries = [line.split(maxsplit=2) for line in file]
+    return sum(
+        begun <= float(moment) < ended and not what.startswith(("<...", "+++"))
+        for _, moment, what in entries
+    )
+
+
+def cpu_seconds(pid):
+    """Processor time that a process which runs has used so far: its clock (clock_getcpuclockid(3))."""
+    return time.clock_gettime((~pid << 3) | 2)
+
+
+def resident_kib(pid):
+    with open(f"/proc/{pid}/status") as status:
+        return int(re.search(r"^VmRSS:\s*(\d+) kB$", status.read(), re.MULTILINE).group(1))
 
 
 def free_port():

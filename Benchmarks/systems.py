@@ -14,10 +14,11 @@ class System:
     name = ""
     stops_by_signal = True
 
-    def serve(self, folder, work, count_calls=False):
+    def serve(self, folder, work, count_calls=False, trace=None):
         """Starts the server on a folder; work is for its own files. Returns (Process, port)."""
         port = free_port()
-        process = Process(self.command(folder, work, port), count_calls=count_calls)
+        command = self.command(folder, work, port)
+        process = Process(command, count_calls=count_calls, trace=trace)
         wait_for_port(port)
         return process, port
 
@@ -42,8 +43,9 @@ class OwnProgram(System):
         self._get = get
         self._put = put
 
-    def serve(self, folder, work, count_calls=False):
-        process = Process([self._program, "serve", folder], count_calls=count_calls)
+    def serve(self, folder, work, count_calls=False, trace=None):
+        command = [self._program, "serve", folder]
+        process = Process(command, count_calls=count_calls, trace=trace)
         return process, int(process.read_line())
 
     def get(self, port, folder, names):
@@ -56,20 +58,22 @@ class OwnProgram(System):
 class Nginx(System):
     """nginx with WebDAV for uploads, and curl."""
 
-    name = "nginx + curl"
+    def __init__(self, name="nginx + curl"):
+        self.name = name
 
     def command(self, folder, work, port):
         path = os.path.join(work, "nginx.conf")
         write(
             path,
             f"""daemon off; master_process off; pid {work}/nginx.pid; error_log {work}/nginx.log;
-events {{}}
+events {{ worker_connections 10000; }}
 http {{
     access_log off; sendfile on; tcp_nopush on; keepalive_requests 1000000;
     client_max_body_size 0; client_body_temp_path {folder}/.body; proxy_temp_path {work}/proxy;
     fastcgi_temp_path {work}/fastcgi; uwsgi_temp_path {work}/uwsgi; scgi_temp_path {work}/scgi;
     server {{ listen 127.0.0.1:{port}; root {folder};
-              location / {{ dav_methods PUT; }} }}
+              location / {{ dav_methods PUT; }}
+              location = /nothing {{ return 204; }} }}
 }}
 """,
         )
