@@ -1,11 +1,11 @@
-"""bench.py BUILD [NAME...] [--rounds N] [--write]: measures, prints tables. Without names: everything.
-
---write puts the tables and charts of a whole run into Docs/.
-"""
+"""bench.py BUILD [NAME...] [--rounds N] [--write [FOLDER]]: measures and prints tables."""
 
 import argparse
+import sys
+import time
 
 import channels
+import document
 import files
 import idle
 import stalls
@@ -62,12 +62,23 @@ BENCHMARKS = {
 def main():
     parser = argparse.ArgumentParser(prog="bench")
     parser.add_argument("build")
-    parser.add_argument("names", nargs="*", metavar="NAME", help=", ".join(BENCHMARKS))
+    parser.add_argument("names", nargs="*", metavar="NAME")
     parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--write", nargs="?", const="Docs", metavar="FOLDER")
     arguments = parser.parse_args()
+    unknown = [name for name in arguments.names if name not in BENCHMARKS]
+    if unknown:
+        parser.error(f"no benchmark {unknown[0]}: {', '.join(BENCHMARKS)}")
+    if arguments.write and arguments.names:
+        parser.error("--write takes a whole run")
+    results = {}
     for name in arguments.names or BENCHMARKS:
-        for table in BENCHMARKS[name](arguments.build, arguments.rounds):
-            print(table.markdown(), flush=True)
+        begun = time.monotonic()
+        results[name] = BENCHMARKS[name](arguments.build, arguments.rounds)
+        print("\n".join(table.markdown() for table in results[name]), flush=True)
+        print(f"{name}: {time.monotonic() - begun:.0f} s", file=sys.stderr)
+    if arguments.write:
+        document.write(arguments.write, results)
 
 
 if __name__ == "__main__":
