@@ -269,6 +269,7 @@ int Connect(const char* pszPort)
 void Get(int s, CReader& reader, const std::string& strDir, const std::string& strName)
 {
     SendRecord(s, DFIL, _WXS_DOWN_FILE{}, WideName(strName));
+    const std::string strPath = strDir + "/" + strName;
     FILE* pFile = nullptr;
     uint64_t ullLeft = 0;
     while (const _WXS_PACKET* pPacket = reader.Next())
@@ -277,7 +278,7 @@ void Get(int s, CReader& reader, const std::string& strDir, const std::string& s
         {
             const auto& ret = GetRecord<_WXS_DOWN_FILE_RET>(pPacket);
             ullLeft = static_cast<uint64_t>(ret.dwSizeHigh) << 32 | ret.dwSizeLow;
-            pFile = Open(strDir + "/" + strName, "wb");
+            pFile = Open(strPath, "wb");
         }
         else if (pPacket->dwMagic == DFRB && pFile != nullptr)  // else the end of the file before
         {

@@ -131,6 +131,7 @@ bool WaitForEnd(int nMilliseconds)
 void Hold(int nPort, int nCount, const CRequest& request, bool bChannel)
 {
     std::vector<int> listSockets;
+    listSockets.reserve(static_cast<size_t>(nCount));
     for (int i = 0; i < nCount; ++i)
     {
         listSockets.push_back(Open(nPort, request));

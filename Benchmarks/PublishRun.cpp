@@ -175,7 +175,7 @@ void PublisherMain(const ISystem& system, const CScenario& scenario, CShared& sh
 void SubscribersMain(const ISystem& system, const CScenario& scenario, CShared& shared,
                      int nControl)
 {
-    const auto pSubscribers = system.MakeSubscribers(shared, scenario.m_nSubscribers);
+    static const auto pSubscribers = system.MakeSubscribers(shared, scenario.m_nSubscribers);
     CChild::Obey(nControl, [&](char cWhat) { Account(cWhat, shared.m_subscriber); });
     _exit(0);
 }

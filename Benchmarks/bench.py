@@ -32,7 +32,7 @@ def own(build):
 
 def servers(build):
     """Each with the kind of connection that it takes."""
-    return [(own(build), "wxsp"), (systems.Nginx("nginx"), "http")]
+    return [(own(build), "wxsp"), (systems.Nginx("nginx", idle.HELD + 100), "http")]
 
 
 def stall_benchmark(build, rounds):

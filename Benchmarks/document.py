@@ -44,4 +44,5 @@ def machine():
 def version(package):
     """As Debian numbers it, without its own revision."""
     command = ["dpkg-query", "-W", "-f=${Version}", package]
-    return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.split("-")[0]
+    text = subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout
+    return re.split("[-+]", text)[0]

@@ -58,15 +58,16 @@ class OwnProgram(System):
 class Nginx(System):
     """nginx with WebDAV for uploads, and curl."""
 
-    def __init__(self, name="nginx + curl"):
+    def __init__(self, name="nginx + curl", connections=512):
         self.name = name
+        self._connections = connections  # memory for so many is taken at the start
 
     def command(self, folder, work, port):
         path = os.path.join(work, "nginx.conf")
         write(
             path,
             f"""daemon off; master_process off; pid {work}/nginx.pid; error_log {work}/nginx.log;
-events {{ worker_connections 10000; }}
+events {{ worker_connections {self._connections}; }}
 http {{
     access_log off; sendfile on; tcp_nopush on; keepalive_requests 1000000;
     client_max_body_size 0; client_body_temp_path {folder}/.body; proxy_temp_path {work}/proxy;
@@ -77,7 +78,7 @@ http {{
 }}
 """,
         )
-        return ["nginx", "-c", path, "-e", f"{work}/nginx.log"]
+        return ["/usr/sbin/nginx", "-c", path, "-e", f"{work}/nginx.log"]
 
     def get(self, port, folder, names):
         return CURL, lines(
