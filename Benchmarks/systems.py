@@ -135,6 +135,7 @@ class Rsync(System):
 
     def command(self, folder, work, port):
         path = os.path.join(work, "rsyncd.conf")
+        stay_root = "uid = 0\ngid = 0" if os.getuid() == 0 else ""  # it would become another user
         write(
             path,
             f"""port = {port}
@@ -142,8 +143,7 @@ address = 127.0.0.1
 use chroot = no
 log file = {work}/rsyncd.log
 pid file = {work}/rsyncd.{port}.pid
-uid = {os.getuid()}
-gid = {os.getgid()}
+{stay_root}
 [files]
     path = {folder}
     read only = no
