@@ -1,9 +1,9 @@
 // Live packets to many subscribers on loopback: one run of one system. Prints its figures as JSON.
 //
-//   ChannelBenchmark Osprey|ZeroMQ|NNG SUBSCRIBERS RATE SECONDS [flush] [latency]
+//   ChannelBenchmark Osprey|ZeroMQ|NNG SUBSCRIBERS RATE SECONDS [FLUSH [latency]]
 //
-// RATE is in packets a second; 0: as fast as they are taken. flush: each packet is sent at once.
-// latency: it is sampled too.
+// RATE is in packets a second; 0: as fast as they are taken. FLUSH: after so many packets they are
+// sent at once; 0: never. latency: it is sampled too.
 
 #include <cstdio>
 #include <cstdlib>
@@ -44,21 +44,16 @@ int main(int nArguments, char** ppszArguments)
     const ISystem* const pSystem = nArguments >= 5 ? FindSystem(ppszArguments[1]) : nullptr;
     if (pSystem == nullptr)
     {
-        fputs(
-            "usage: ChannelBenchmark Osprey|ZeroMQ|NNG SUBSCRIBERS RATE SECONDS [flush] "
-            "[latency]\n",
-            stderr);
+        fputs("usage: ChannelBenchmark SYSTEM SUBSCRIBERS RATE SECONDS [FLUSH [latency]]\n",
+              stderr);
         return 2;
     }
     CScenario scenario;
     scenario.m_nSubscribers = atoi(ppszArguments[2]);
     scenario.m_dwRate = static_cast<unsigned int>(atoi(ppszArguments[3]));
     scenario.m_dSeconds = atof(ppszArguments[4]);
-    for (int i = 5; i < nArguments; ++i)
-    {
-        scenario.m_bFlush = scenario.m_bFlush || std::string(ppszArguments[i]) == "flush";
-        scenario.m_bLatency = scenario.m_bLatency || std::string(ppszArguments[i]) == "latency";
-    }
+    scenario.m_dwFlush = nArguments > 5 ? static_cast<unsigned int>(atoi(ppszArguments[5])) : 0;
+    scenario.m_bLatency = nArguments > 6;
     const CResult result = Run(*pSystem, scenario);
     if (result.m_ullBroken != 0)
     {

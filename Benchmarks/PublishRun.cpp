@@ -145,7 +145,7 @@ private:
     {
         const uint64_t ullSent = StampPacket(m_pPacket, m_scenario.m_dwSize, m_ullNumber++);
         m_publisher.Publish(m_pPacket, m_scenario.m_dwSize);
-        if (m_scenario.m_bFlush)
+        if (m_scenario.m_dwFlush != 0 && m_ullNumber % m_scenario.m_dwFlush == 0)
         {
             m_publisher.Flush();
         }

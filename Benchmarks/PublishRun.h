@@ -9,7 +9,7 @@ struct CScenario
     unsigned int m_dwRate = 1000;  // packets a second; 0: as fast as they are taken
     unsigned int m_dwSize = 1400;  // bytes of a packet
     double m_dSeconds = 1;         // measured, after all have heard something and 0.3 s at the rate
-    bool m_bFlush = false;         // have each packet sent at once
+    unsigned int m_dwFlush = 0;    // packets after which they are to be sent at once; 0: never
     bool m_bLatency = false;       // sample it
 };
 

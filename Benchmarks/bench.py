@@ -47,10 +47,18 @@ BENCHMARKS = {
     "small-up": file_benchmark("small-up", True, files.SMALL),
     "stalls": stall_benchmark,
     "channels": channels.throughput(
-        "channels", "1,400-byte packets, 10,000/s", channels.RATE_SUBSCRIBERS, 10000
+        "channels",
+        "1,400-byte packets, 10,000/s",
+        channels.RATE_SUBSCRIBERS,
+        10000,
+        [channels.OURS, *channels.OTHERS],
     ),
     "flood": channels.throughput(
-        "flood", "1,400-byte packets, as fast as they are taken", channels.FLOOD_SUBSCRIBERS, 0
+        "flood",
+        "1,400-byte packets, as fast as they are taken",
+        channels.FLOOD_SUBSCRIBERS,
+        0,
+        [channels.OURS, channels.GROUPED, *channels.OTHERS],
     ),
     "latency": channels.latency,
     "idle": lambda build, rounds: [idle.idle(build, own(build))],
