@@ -7,8 +7,10 @@ import time
 import channels
 import document
 import files
+import growth
 import idle
 import stalls
+import store
 import systems
 
 
@@ -64,6 +66,8 @@ BENCHMARKS = {
     "idle": lambda build, rounds: [idle.idle(build, own(build))],
     "memory": lambda build, rounds: [idle.memory(build, servers(build), rounds)],
     "connections": lambda build, rounds: [idle.connections(build, servers(build), rounds)],
+    "store": lambda build, rounds: [store.run(build, rounds)],
+    "growth": lambda build, rounds: growth.run(),
 }
 
 
