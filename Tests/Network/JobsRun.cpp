@@ -137,6 +137,7 @@ private:
     std::vector<std::string> Files(int nJobs) const
     {
         std::vector<std::string> files;
+        files.reserve(static_cast<size_t>(m_setting.m_nFiles) * static_cast<size_t>(nJobs));
         for (int i = 0; i < m_setting.m_nFiles * nJobs; ++i)
         {
             files.push_back("/" + std::to_string(i));

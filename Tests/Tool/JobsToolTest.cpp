@@ -237,11 +237,17 @@ TEST_F(JobsTool, OneConnectionMakesTheFoldersBeforeTheOthersCome)
 {
     WriteFiles("src/sub", 2);
     CPeerScript peer;
-    CToolProcess tool(Arguments("submit", peer.GetPeer(), {m_local.GetPath("src")}));
+    CToolProcess tool(Arguments("submit", peer.GetPeer(), {m_local.GetPath("src")}), 80);
     CPeerConnection first = peer.AcceptOne();
     for (int i = 0; i < 2; ++i)
     {
         const unsigned int dwID = Wire::GetU32(first.Expect("CDIR"), 12);
+        // What is drawn twice comes from a main thread that has had its chance to open more.
+        EXPECT_TRUE(tool.WaitUntil("two bars for each folder",
+                                   [&] {
+                                       return CountText(tool.GetOutput(), "total 1/2") >=
+                                              static_cast<size_t>(2 * i + 2);
+                                   }));
         EXPECT_FALSE(peer.HasCaller());
         first.Socket().Send(Wire::Result("CDRT", dwID, 0));
     }
