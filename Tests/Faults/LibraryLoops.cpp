@@ -24,11 +24,12 @@ extern "C"
 namespace
 {
 
-const int LOOKS = 6;                        // in vain, before a loop counts as idle
+const int LOOKS = 3;                        // in vain: whatever the loop had to do is done
 const std::chrono::microseconds REST(150);  // between two of them
 
 std::atomic<bool> g_bStepped{false};
-std::atomic<long long> g_llLooks{0};
+std::atomic<long long> g_llLooks{0};  // in vain
+std::atomic<long long> g_llFinds{0};  // looks that found something, and passes without a wait
 std::atomic<int> g_nSleep{0};
 
 // What each descriptor is registered for, so that readiness can be reported anew.
@@ -72,15 +73,16 @@ int Wait(int hEpoll, epoll_event* pEvents, int nMaxEvents, int nTimeoutMs)
     {
         return g_callEpollWait.Real(hEpoll, pEvents, nMaxEvents, nTimeoutMs);
     }
-    const int nReady = g_callEpollWait.Real(hEpoll, pEvents, nMaxEvents, 0);
-    if (nReady != 0 || nTimeoutMs == 0)
+    int nReady = g_callEpollWait.Real(hEpoll, pEvents, nMaxEvents, 0);
+    if (nReady == 0 && nTimeoutMs != 0)
     {
-        return nReady;
+        g_nSleep = nTimeoutMs;
+        ++g_llLooks;
+        std::this_thread::sleep_for(REST);
+        nReady = g_callEpollWait.Real(hEpoll, pEvents, nMaxEvents, 0);
     }
-    g_nSleep = nTimeoutMs;
-    ++g_llLooks;
-    std::this_thread::sleep_for(REST);
-    return g_callEpollWait.Real(hEpoll, pEvents, nMaxEvents, 0);
+    g_llFinds += nReady != 0 || nTimeoutMs == 0 ? 1 : 0;
+    return nReady;
 }
 
 template <class... Args>
@@ -234,27 +236,36 @@ CSteppedLoop::~CSteppedLoop()
 namespace
 {
 
-// Waits for a number of fresh looks in vain; asks the condition between them. True when it holds.
+// Asks the condition again and again, until it holds or the loop is idle: it has looked in vain,
+// the condition, in which a peer may be served, has been asked after that, and the loop has looked
+// in vain again and found nothing all the while. True when it holds.
 bool WaitForLooks(const std::function<bool()>& fnCondition, bool& bIdle)
 {
-    const long long llUntil = g_llLooks + LOOKS;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(WAIT_MS);
+    long long llFinds = g_llFinds;
     bIdle = false;
-    while (!fnCondition())
+    for (int nInVain = 0; nInVain < 2; ++nInVain)
     {
-        if (g_llLooks >= llUntil)
+        const long long llUntil = g_llLooks + LOOKS;
+        do
         {
-            bIdle = true;
-            return false;
-        }
-        if (std::chrono::steady_clock::now() >= deadline)
-        {
-            ADD_FAILURE() << "waited in vain for the loop to have nothing left to do";
-            return false;
-        }
-        std::this_thread::sleep_for(REST);
+            if (fnCondition())
+            {
+                return true;
+            }
+            if (std::chrono::steady_clock::now() >= deadline)
+            {
+                ADD_FAILURE() << "waited in vain for the loop to have nothing left to do";
+                return false;
+            }
+            std::this_thread::sleep_for(REST);
+        } while (g_llLooks < llUntil);
+        const long long llFindsNow = g_llFinds;
+        nInVain = llFindsNow == llFinds ? nInVain : -1;
+        llFinds = llFindsNow;
     }
-    return true;
+    bIdle = true;
+    return false;
 }
 
 }  // namespace
