@@ -140,7 +140,8 @@ TEST(ChannelOnTerminal, RawDataIsRefused)
 TEST(ChannelOnTerminal, QuietDrawsNothing)
 {
     CPublisher publisher({"--rate", "50", "--channel", "1=/dev/zero"});
-    CToolProcess tool({"subscribe", publisher.GetPeer(), "--quiet", "--channel", "1", "--for", "1"},
+    // Long enough for a connection on a slow machine.
+    CToolProcess tool({"subscribe", publisher.GetPeer(), "--quiet", "--channel", "1", "--for", "5"},
                       80);
     EXPECT_EQ(tool.Wait(), 0);
     EXPECT_EQ(tool.GetOutput(), "");

@@ -72,11 +72,11 @@ TEST_F(PublishTool, FileArrivesWhole)
     EXPECT_EQ(run.m_strErrors, "");
     EXPECT_TRUE(ReadFile(m_folder.GetPath("out")) == strContents);
     EXPECT_EQ(publisher.Tool().WaitForEvent("ended")["channel"], 1);
+    EXPECT_EQ(publisher.Stop(), 0);
     const nlohmann::json summary = publisher.Tool().WaitForEvent("summary");
     EXPECT_EQ(summary["packets"], 501);
     EXPECT_EQ(summary["bytes"], strContents.size());
     EXPECT_EQ(summary["unread"], 0);
-    EXPECT_EQ(publisher.Tool().Wait(), 0);
     EXPECT_EQ(publisher.Tool().GetErrors(), "");
 }
 
@@ -104,7 +104,8 @@ TEST_F(PublishTool, StandardInputIsASource)
                          m_folder.WriteFile("in", strContents));
     EXPECT_EQ(Take(publisher, {"4294967295=" + m_folder.GetPath("out")}, 10).m_nExitCode, 0);
     EXPECT_TRUE(ReadFile(m_folder.GetPath("out")) == strContents);
-    EXPECT_EQ(publisher.Tool().Wait(), 0);
+    EXPECT_FALSE(publisher.Tool().WaitForEvent("ended").is_null());
+    EXPECT_EQ(publisher.Stop(), 0);
 }
 
 TEST_F(PublishTool, FifoIsASourceUntilItsWriterEnds)
@@ -116,12 +117,23 @@ TEST_F(PublishTool, FifoIsASourceUntilItsWriterEnds)
     ASSERT_GE(nWriter, 0);
     ASSERT_EQ(write(nWriter, "half ", 5), 5);
     ASSERT_EQ(write(nWriter, "whole\nrest", 10), 10);
-    EXPECT_EQ(Take(publisher, {"1=" + m_folder.GetPath("out")}, 1).m_nExitCode, 0);
-    EXPECT_EQ(ReadFile(m_folder.GetPath("out")), "half whole\n");
+    CToolProcess reader({"subscribe", publisher.GetPeer(), "--channel", "1=hex", "--count", "2"});
+    EXPECT_TRUE(reader.WaitForOutput("|half whole.|"));
     close(nWriter);
-    CToolProcess second({"subscribe", publisher.GetPeer(), "--channel", "1=hex", "--count", "1"});
-    EXPECT_TRUE(second.WaitForOutput("|rest|"));
+    EXPECT_TRUE(reader.WaitForOutput("|rest|"));
+    EXPECT_EQ(reader.Wait(), 0);
+    EXPECT_FALSE(publisher.Tool().WaitForEvent("ended").is_null());
+    EXPECT_EQ(publisher.Stop(), 0);
+}
+
+TEST_F(PublishTool, EndsByItselfAfterItsSources)
+{
+    CPublisher publisher({"--linger", "1", "--wait", "--channel", Source("1", "text")});
+    // It may be over before this one has got anything.
+    const CToolProcess reader({"subscribe", publisher.GetPeer(), "--channel", "1"});
     EXPECT_EQ(publisher.Tool().Wait(), 0);
+    EXPECT_EQ(publisher.Tool().WaitForEvent("summary")["packets"], 1);
+    EXPECT_FALSE(publisher.Tool().WaitForEvent("stopped").is_null());
 }
 
 TEST_F(PublishTool, TwoSubscribersTakeTwoChannels)
@@ -138,7 +150,7 @@ TEST_F(PublishTool, TwoSubscribersTakeTwoChannels)
     EXPECT_EQ(second.Wait(), 0);
     EXPECT_TRUE(ReadFile(m_folder.GetPath("out1")) == strOne);
     EXPECT_TRUE(ReadFile(m_folder.GetPath("out2")) == strTwo);
-    EXPECT_EQ(publisher.Tool().Wait(), 0);
+    EXPECT_EQ(publisher.Stop(), 0);
 }
 
 TEST_F(PublishTool, PacketsThatNobodyReadsAreCounted)

@@ -3,13 +3,21 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
+
 namespace
 {
 
+// By itself it would end a second after its sources, when a slow reader may not have everything
+// yet.
 std::vector<std::string> Arguments(const std::vector<std::string>& listArguments,
                                    unsigned short wPort)
 {
     std::vector<std::string> listAll = {"publish", "--json", "--port", std::to_string(wPort)};
+    if (std::find(listArguments.begin(), listArguments.end(), "--linger") == listArguments.end())
+    {
+        listAll.insert(listAll.end(), {"--linger", "3600"});
+    }
     listAll.insert(listAll.end(), listArguments.begin(), listArguments.end());
     return listAll;
 }

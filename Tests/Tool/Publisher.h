@@ -6,7 +6,8 @@
 
 #include "ToolProcess.h"
 
-// The real publisher, telling its events as JSON.
+// The real publisher, telling its events as JSON. It ends with a signal only, unless the arguments
+// say how long it lingers.
 class CPublisher
 {
 public:
