@@ -78,6 +78,16 @@ public:
         m_threads.clear();
     }
 
+    // Both ways, for as long as a slow machine takes.
+    bool WaitForBytes() const
+    {
+        for (int nMs = 0; nMs < WAIT_MS && (m_ullDown == 0 || m_ullUp == 0); ++nMs)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return m_ullDown != 0 && m_ullUp != 0;
+    }
+
     std::atomic<unsigned long long> m_ullDown{0};
     std::atomic<unsigned long long> m_ullUp{0};
 
@@ -150,6 +160,7 @@ TEST(BusyServer, AnswersSmallRequestsAndEndsInTime)
     transfers.Upload(server.GetPort(), u"up2");
     const std::vector<double> listMs = MeasureRequests(server.GetPort(), nSeconds);
     ASSERT_FALSE(listMs.empty());
+    EXPECT_TRUE(transfers.WaitForBytes()) << "everybody is served";
     const unsigned long long ullDown = transfers.m_ullDown;
     const unsigned long long ullUp = transfers.m_ullUp;
     const int nShutdownMs = std::stoi(server.Obey("shutdown"));
@@ -160,8 +171,6 @@ TEST(BusyServer, AnswersSmallRequestsAndEndsInTime)
         listMs.size(), listMs[listMs.size() / 2], d99, listMs.back(),
         static_cast<double>(ullDown) / 1e6 / nSeconds, static_cast<double>(ullUp) / 1e6 / nSeconds,
         nShutdownMs);
-    EXPECT_GT(ullDown, 0U);
-    EXPECT_GT(ullUp, 0U);
     EXPECT_TRUE(d99 < MAX_MS || !IsFullStress());
     EXPECT_TRUE(nShutdownMs < MAX_SHUTDOWN_MS || !IsFullStress());
 }

@@ -18,6 +18,11 @@ namespace
 
 const int DESCRIPTORS = 40;
 
+// The promise, of the full size; the everyday one runs on machines that take ten times as long over
+// everything, and shows no more than that nobody spins.
+const double MAX_SHARE = 0.05;
+const double MAX_EVERYDAY_SHARE = 0.5;
+
 std::string DirectoryRequest(int nID)
 {
     return Wire::Cdir(static_cast<uint32_t>(nID), u"here");
@@ -61,6 +66,7 @@ protected:
     double MeasureRefusing()
     {
         const int nSeconds = IsFullStress() ? 10 : 2;
+        const auto start = std::chrono::steady_clock::now();
         const long nBeforeMs = m_server.GetProcessorMs();
         for (int i = 0; i < nSeconds * 10; ++i)
         {
@@ -70,7 +76,14 @@ protected:
             // Not a wait for something: the time over which the processor is measured.
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
-        return static_cast<double>(m_server.GetProcessorMs() - nBeforeMs) / (nSeconds * 1000.0);
+        const double dMs = static_cast<double>(m_server.GetProcessorMs() - nBeforeMs);
+        const std::chrono::duration<double, std::milli> duration =
+            std::chrono::steady_clock::now() - start;
+        return dMs / duration.count();
+    }
+    static double GetMaxShare()
+    {
+        return IsFullStress() ? MAX_SHARE : MAX_EVERYDAY_SHARE;
     }
 
     CTempFolder m_folder;
@@ -89,7 +102,7 @@ TEST_F(NoDescriptors, NewcomersAreTurnedAwayAndThoseWhoAreThereAreServed)
     }
     const double dShare = MeasureRefusing();
     printf("descriptors: all taken by connections, %.1f %% of a processor\n", dShare * 100);
-    EXPECT_LT(dShare, 0.05);
+    EXPECT_LT(dShare, GetMaxShare());
     for (CRawSocket& newcomer : m_waiting)
     {
         EXPECT_TRUE(newcomer.IsClosedByPeer());
@@ -113,7 +126,7 @@ TEST_F(NoDescriptors, NewcomersWaitWhileTheHostTakesEveryDescriptor)
     EXPECT_EQ(m_server.Obey("hoard"), "done");
     const double dShare = MeasureRefusing();
     printf("descriptors: all taken by the host, %.1f %% of a processor\n", dShare * 100);
-    EXPECT_LT(dShare, 0.05);
+    EXPECT_LT(dShare, GetMaxShare());
     ExpectServed(peer);
     EXPECT_EQ(m_server.Obey("release"), "done");
     CRawSocket late = Browse();

@@ -34,7 +34,7 @@ namespace
 {
 
 const int ANSWERS = 3;
-const unsigned int END_MS = 20000;
+const unsigned int END_MS = 60000;
 const size_t PACKET_SIZE = 1316;
 
 typedef std::chrono::steady_clock CClock;
