@@ -92,5 +92,6 @@ def latency(build, rounds):
             part = tables.median([100 * part for part in column["part"]], 1)
             rows.append([f"{count:,}", system, *figures, part])
             bars.append(tables.bar(f"{system}, {count}", column["median_ms"]))
-    chart = tables.Chart("latency", "1,000 packets/s, by subscribers", "median latency in ms", bars, 2)
+    title = "1,000 packets/s, by subscribers"
+    chart = tables.Chart("latency", title, "median latency in ms", bars, 2)
     return [tables.Table(f"Latency at 1,000 packets/s, {rounds} rounds", head, rows, [chart])]

@@ -22,7 +22,7 @@ def write(folder, results):
             with open(os.path.join(charts, drawn.name + ".svg"), "w") as file:
                 file.write(chart.svg(drawn))
     with open(TEMPLATE) as file:
-        text = re.sub(r"^@([a-z-]+)\n", lambda match: parts[match[1]], file.read(), flags=re.MULTILINE)
+        text = re.sub(r"(?m)^@([a-z-]+)\n", lambda match: parts[match[1]], file.read())
     with open(os.path.join(folder, "Benchmarks.md"), "w") as file:
         file.write(text)
 

@@ -2,9 +2,9 @@
 system calls.
 
 Processor time is the kernel's own account of a process and of every child that it has waited for
-(wait4(2)). So is memory: the most that was resident at any moment in the largest of them. The kernel
-counts in what stood in a process before its program did, so it is GNU time that starts it, which is
-smaller than anything measured.
+(wait4(2)). So is memory: the most that was resident at any moment in the largest of them. The
+kernel counts in what stood in a process before its program did, so it is GNU time that starts it,
+which is smaller than anything measured.
 """
 
 import os
@@ -30,7 +30,7 @@ class Account:
 
 
 class Process:
-    """A command that runs. Its standard input is fed from text, or stays open until it is stopped."""
+    """A command that runs. Its standard input is text, or stays open until it is stopped."""
 
     def __init__(self, command, text=None, count_calls=False, log=None, output=None, trace=None):
         """count_calls: in its account; trace: a file for a line with the time of each system call;
@@ -114,7 +114,7 @@ def count_traced_calls(path, begun, ended):
 
 
 def cpu_seconds(pid):
-    """Processor time that a process which runs has used so far: its clock (clock_getcpuclockid(3))."""
+    """Processor time that a running process has used: its clock (clock_getcpuclockid(3))."""
     return time.clock_gettime((~pid << 3) | 2)
 
 
