@@ -230,8 +230,8 @@ CResult Evaluate(const CScenario& scenario, const CShared& shared, uint64_t ullD
         listLatencies.insert(listLatencies.end(), shared.m_ppdwLatency[i],
                              shared.m_ppdwLatency[i] + figures.m_dwSamples);
     }
-    const auto dDelivered = static_cast<double>(ullDelivered);
-    result.m_dDelivered = dDelivered / scenario.m_dSeconds;
+    result.m_dDelivered = static_cast<double>(ullDelivered) / scenario.m_dSeconds;
+    const auto dDelivered = static_cast<double>(std::max<uint64_t>(ullDelivered, 1));
     result.m_dDeliveredPart = static_cast<double>(ullOfThosePut) /
                               (static_cast<double>(shared.m_ullPut) * scenario.m_nSubscribers);
     result.m_dPublisherCPU = shared.m_publisher.m_dCPU / dDelivered * 1e6;

@@ -1,5 +1,6 @@
 """What a benchmark hands over, as Markdown: tables, and the charts that go with them."""
 
+import math
 import statistics
 from dataclasses import dataclass
 
@@ -57,4 +58,5 @@ def spread(samples, decimals=0):
 
 def ratio(ours, theirs):
     """The median of the rounds' ratios: what was measured one after the other is compared."""
-    return f"{statistics.median(our / their for our, their in zip(ours, theirs)):.2f}"
+    quotients = [our / their if their else math.inf for our, their in zip(ours, theirs)]
+    return f"{statistics.median(quotients):.2f}"
