@@ -1,4 +1,4 @@
-// A stream moves at most 64 buffers or 256 KiB a call, then everybody else has a turn.
+// A stream moves at most 256 buffers or 256 KiB a call, then everybody else has a turn.
 
 #include <gtest/gtest.h>
 
@@ -67,13 +67,13 @@ protected:
 };
 using TCPStreamBudget = CBudgetTest;
 
-TEST_F(TCPStreamBudget, SendsAtMost64BuffersAPass)
+TEST_F(TCPStreamBudget, SendsAtMost256BuffersAPass)
 {
-    Queue(200, 10);
-    EXPECT_EQ(CountAtEachWait(200, [&] { return m_stream.m_sent.size(); }),
-              (std::vector<size_t>{64, 128, 192}));
-    EXPECT_EQ(m_stream.m_sent.size(), 200U);
-    for (size_t i = 0; i < 200; ++i)
+    Queue(800, 10);
+    EXPECT_EQ(CountAtEachWait(800, [&] { return m_stream.m_sent.size(); }),
+              (std::vector<size_t>{256, 512, 768}));
+    EXPECT_EQ(m_stream.m_sent.size(), 800U);
+    for (size_t i = 0; i < 800; ++i)
     {
         EXPECT_EQ(m_stream.m_sent[i], m_buffers[i].get()) << i;
     }
@@ -97,7 +97,7 @@ TEST_F(TCPStreamBudget, OneHugeBufferIsBudgetedToo)
               (std::vector<size_t>{0, 0}));
 }
 
-TEST_F(TCPStreamBudget, ReceivesAtMost64BuffersAPass)
+TEST_F(TCPStreamBudget, ReceivesAtMost256BuffersAPass)
 {
     CTextBuffer buffer(1);
     std::string strText;
@@ -107,11 +107,11 @@ TEST_F(TCPStreamBudget, ReceivesAtMost64BuffersAPass)
         buffer.Empty();
         m_stream.Receive(&buffer);
     };
-    const std::string strSent = Pattern(150);
+    const std::string strSent = Pattern(600);
     m_pair.m_far.Send(strSent);
     m_stream.Receive(&buffer);
-    EXPECT_EQ(CountAtEachWait(150, [&] { return static_cast<size_t>(m_stream.m_nReceived); }),
-              (std::vector<size_t>{64, 128}));
+    EXPECT_EQ(CountAtEachWait(600, [&] { return static_cast<size_t>(m_stream.m_nReceived); }),
+              (std::vector<size_t>{256, 512}));
     EXPECT_EQ(Hex(strText), Hex(strSent));
     m_stream.Destroy();
 }
@@ -242,13 +242,13 @@ TEST_F(TCPStreamBudget, StopWithTheLastBufferSentLeavesNothingForTheNextRun)
 
 TEST_F(TCPStreamBudget, DestroyWithdrawsWhatWasLeftForTheNextPass)
 {
-    Queue(100, 10);
+    Queue(400, 10);
     m_engine.ProcessDeferredHandlers();
-    EXPECT_EQ(m_stream.m_sent.size(), 64U);
+    EXPECT_EQ(m_stream.m_sent.size(), 256U);
     m_stream.Destroy();
     EXPECT_FALSE(m_stream.m_handlerDeferredIO.m_bQueued);
     RunPasses(3);
-    EXPECT_EQ(m_stream.m_sent.size(), 64U);
+    EXPECT_EQ(m_stream.m_sent.size(), 256U);
 }
 
 }  // namespace

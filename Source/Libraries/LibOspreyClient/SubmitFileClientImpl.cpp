@@ -165,6 +165,7 @@ Orb_BOOL CSubmitFileClientImpl::ProcessUploadFileRet(PWXS_PACKET pPacket)
     }
     CloseLocalFile(m_pFile);
     m_pFile = OpenLocalFile(m_strLocalPath.c_str(), "rb");
+    m_bSeek = true;
     if (m_pFile == nullptr)
     {
         StopLoop(CODE_OPEN_FAILED);
@@ -250,11 +251,12 @@ bool CSubmitFileClientImpl::UploadReadData(void* pBuffer, long long llOffset, in
     if (m_llFileSize > llOffset)
     {
         const size_t nRoom = static_cast<size_t>(nLength);
-        if (!SeekLocalFile(m_pFile, static_cast<unsigned long long>(llOffset)))
+        if (m_bSeek && !SeekLocalFile(m_pFile, static_cast<unsigned long long>(llOffset)))
         {
             return false;
         }
         nRead = ReadLocalFile(m_pFile, pBuffer, nRoom);
+        m_bSeek = nRead < nRoom;  // the end that was met may not be the end any more
         if (nRead < nRoom && !feof(m_pFile))
         {
             return false;

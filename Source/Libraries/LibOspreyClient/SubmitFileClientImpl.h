@@ -49,6 +49,7 @@ private:
     unsigned int m_dwLastBlock = 0;  // the last block of the file has been read
     long long m_llUploadOffset = 0;  // of the next block
     FILE* m_pFile = nullptr;         // owned
+    bool m_bSeek = true;             // before the next read
     long long m_llFileSize = 0;
     long long m_llBytesRead = 0;  // in this upload, the offset that the peer asked for left out
     // An UPBR counts once, and only when the block that it answers has left.

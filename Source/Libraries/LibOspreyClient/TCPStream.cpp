@@ -10,8 +10,9 @@ namespace
 
 const int STREAM_EVENTS = EPOLLIN | EPOLLOUT | static_cast<int>(EPOLLET);
 
-// What one call of DoSend or DoReceive may move before everybody else has a turn.
-const int PASS_BUFFERS = 64;
+// What one call of DoSend or DoReceive may move before everybody else has a turn: as much in the
+// 1 KiB buffers of a client as in any others.
+const int PASS_BUFFERS = 256;
 const long long PASS_BYTES = 256LL * 1024;
 
 }  // namespace

@@ -14,7 +14,7 @@
 //   owner --Receive(b)--> m_listReceive <--recv()-- peer     b returns in ProcessDataReceived
 //
 // Each Receive gives one recv: a buffer comes back with whatever arrived, full or not. A pass moves
-// at most 64 buffers or 256 KiB each way, then everybody else has a turn.
+// at most 256 buffers or 256 KiB each way, then everybody else has a turn.
 //
 // Ownership: borrows the engine and every queued buffer; owns only the descriptor.
 // Thread:    engine thread only.

@@ -107,12 +107,14 @@ bool CDownloadFileRequestHandler::SendBlock()
 
 bool CDownloadFileRequestHandler::ReadBlock(unsigned char* pData, size_t& nRead)
 {
-    if (!SeekLocalFile(m_pFile, m_ullPosition))
+    if (m_bSeek && !SeekLocalFile(m_pFile, m_ullPosition))
     {
         return false;
     }
     nRead = ReadLocalFile(m_pFile, pData, WXSP_DOWNLOAD_BLOCK_SIZE);
-    if (nRead < static_cast<size_t>(WXSP_DOWNLOAD_BLOCK_SIZE) && !feof(m_pFile))
+    // The end that was met may not be the end any more.
+    m_bSeek = nRead < static_cast<size_t>(WXSP_DOWNLOAD_BLOCK_SIZE);
+    if (m_bSeek && !feof(m_pFile))
     {
         return false;
     }

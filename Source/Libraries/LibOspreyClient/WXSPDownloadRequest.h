@@ -35,6 +35,7 @@ private:
     bool ReadBlock(unsigned char* pData, size_t& nRead);
 
     FILE* m_pFile = nullptr;               // owned
+    bool m_bSeek = true;                   // before the next read
     unsigned long long m_ullPosition = 0;  // bytes queued so far: the offset of the next read
     unsigned long long m_ullFileSize = 0;
     IOspreyProgress* m_pProgress = nullptr;  // the host's
