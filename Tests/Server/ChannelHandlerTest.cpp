@@ -154,6 +154,28 @@ TEST_F(ChannelHandler, OneChannelWith100PacketsIsSentInBatchesOf32And32And32And4
     EXPECT_EQ(Receive(peer, 100), Turns({7}, 0, 100));
 }
 
+// A subscriber is woken once a batch, not by each of its packets.
+TEST_F(ChannelHandler, LastPacketOfABatchAloneIsPushed)
+{
+    CPeer peer = Open({7});
+    PutNumbers({7}, 40);
+    std::vector<size_t> pushed;
+    size_t nSent = 0;
+    const CReplacedCall sending(g_callSend,
+                                [&](int s, const void* pData, size_t nSize, int nFlags)
+                                {
+                                    ++nSent;
+                                    if ((nFlags & MSG_MORE) == 0)
+                                    {
+                                        pushed.push_back(nSent);
+                                    }
+                                    return g_callSend.Real(s, pData, nSize, nFlags);
+                                });
+    Pass(101);
+    EXPECT_EQ(pushed, (std::vector<size_t>{32, 40}));
+    EXPECT_EQ(Receive(peer, 40), Turns({7}, 0, 40));
+}
+
 TEST_F(ChannelHandler, NextBatchIsGatheredOnlyWhenTheLastIsFullyWritten)
 {
     CPeer peer = Open({7});

@@ -1,11 +1,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <mutex>
+#include <utility>
 #include <vector>
 
 #include "ServerFixture.h"
+#include "SystemCalls.h"
 
 namespace
 {
@@ -69,6 +74,43 @@ TEST_F(DownloadRequest, SizesAroundABlockArriveWhole)
     Download(5, m_folder.WriteFile("b", Pattern(65535)), {65535, 0});
     Download(6, m_folder.WriteFile("c", Pattern(65537)), {65536, 1, 0});
     Download(7, m_folder.WriteFile("d", Pattern(131072)), {65536, 65536, 0});
+}
+
+// A small file is one segment, and wakes the peer once.
+TEST_F(DownloadRequest, EmptyBlockAloneIsPushed)
+{
+    std::mutex mutex;
+    std::vector<std::pair<size_t, bool>> sent;
+    const CReplacedCall sending(g_callSend,
+                                [&](int s, const void* pData, size_t nSize, int nFlags)
+                                {
+                                    const std::lock_guard<std::mutex> lock(mutex);
+                                    if ((nFlags & MSG_DONTWAIT) == 0)  // not the test's own
+                                    {
+                                        sent.emplace_back(nSize, (nFlags & MSG_MORE) == 0);
+                                    }
+                                    return g_callSend.Real(s, pData, nSize, nFlags);
+                                });
+    Download(8, m_folder.WriteFile("f", Pattern(1000)), {1000, 0});
+    const std::lock_guard<std::mutex> lock(mutex);
+    ASSERT_GE(sent.size(), 3U);
+    EXPECT_EQ(sent[0], std::make_pair(size_t{40}, false));
+    EXPECT_EQ(sent[1], std::make_pair(size_t{16 + 1000}, false));
+    EXPECT_EQ(sent[2], std::make_pair(size_t{16}, true));
+}
+
+TEST_F(DownloadRequest, RefusalIsPushed)
+{
+    std::atomic<int> nHeldUp{0};
+    const CReplacedCall sending(g_callSend,
+                                [&](int s, const void* pData, size_t nSize, int nFlags)
+                                {
+                                    nHeldUp += (nFlags & MSG_MORE) != 0 ? 1 : 0;
+                                    return g_callSend.Real(s, pData, nSize, nFlags);
+                                });
+    m_peer.Send(Wire::Dfil(9, 0, Widen(m_folder.GetPath("missing"))));
+    EXPECT_EQ(Wire::GetCode(m_peer.ReceivePacket()), "DFRT");
+    EXPECT_EQ(nHeldUp, 0);
 }
 
 TEST_F(DownloadRequest, HostIsToldBeforeEachBlockIsRead)

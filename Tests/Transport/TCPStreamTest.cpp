@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <vector>
 
 #include "Hex.h"
 #include "LoopFixture.h"
@@ -64,6 +65,26 @@ TEST_F(TCPStream, AttachOfABadDescriptorFailsAndLeavesItToTheCaller)
     EXPECT_FALSE(stream.m_sock.IsValid());
     EXPECT_NE(fcntl(fileno(pFile), F_GETFD), -1) << "not the stream's to close";
     fclose(pFile);
+}
+
+TEST_F(TCPStream, SystemIsToldWhatMoreFollows)
+{
+    Settle();
+    std::vector<int> flags;
+    const CReplacedCall sending(g_callSend,
+                                [&](int s, const void* pData, size_t nSize, int nFlags)
+                                {
+                                    flags.push_back(nFlags);
+                                    return g_callSend.Real(s, pData, nSize, nFlags);
+                                });
+    CTextBuffer first("first");
+    CTextBuffer last("last");
+    first.m_bMoreFollows = true;
+    m_stream.Send(&first);
+    m_stream.Send(&last);
+    RunPasses(1);
+    EXPECT_EQ(flags, (std::vector<int>{MSG_NOSIGNAL | MSG_MORE, MSG_NOSIGNAL}));
+    EXPECT_EQ(m_pair.m_far.Receive(9), "firstlast");
 }
 
 TEST_F(TCPStream, SendOfAnEmptyBufferIsRefused)

@@ -275,8 +275,9 @@ void CTCPStream::DoSend()
 bool CTCPStream::SendHead()
 {
     CTCPStreamBuffer* pBuffer = static_cast<CTCPStreamBuffer*>(m_listSend.GetHead());
+    const int nFlags = MSG_NOSIGNAL | (pBuffer->m_bMoreFollows ? MSG_MORE : 0);
     const ssize_t nSent = send(m_sock.m_hSocket, pBuffer->GetData(0),
-                               static_cast<size_t>(pBuffer->GetDataSize()), MSG_NOSIGNAL);
+                               static_cast<size_t>(pBuffer->GetDataSize()), nFlags);
     if (nSent > 0)
     {
         return pBuffer->RemoveData(static_cast<int>(nSent));

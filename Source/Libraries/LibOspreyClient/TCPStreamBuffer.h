@@ -36,6 +36,11 @@ public:
     virtual int GetBufferSize() = 0;
 
     virtual ~CTCPStreamBuffer() = default;
+
+    // Its owner sends more as soon as this is sent: the system may put both into one segment and
+    // wakes the peer once. What does not follow after all holds this up for 200 ms (MSG_MORE in
+    // send(2), TCP_CORK in tcp(7)).
+    bool m_bMoreFollows = false;
 };
 
 // A linear region over bytes that somebody else holds: space before the read position is not

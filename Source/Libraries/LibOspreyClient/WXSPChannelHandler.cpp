@@ -212,6 +212,7 @@ void CWXSPChannelHandler::SendFirst()
 {
     CChannelSimpleBuffer* pBuffer = m_listPackets.front();
     m_listPackets.pop_front();
+    pBuffer->m_bMoreFollows = !m_listPackets.empty();
     if (m_pStream->Send(pBuffer))
     {
         m_listOut.AddTail(pBuffer);

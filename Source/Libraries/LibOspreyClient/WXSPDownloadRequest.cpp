@@ -27,6 +27,7 @@ int CDownloadFileRequestHandler::Startup(_WXS_DOWN_FILE* pRequest)
     GetPacket(pReply)->dwVersion = WXSP_VERSION;
     auto* pRet = GetRecord<_WXS_DOWN_FILE_RET>(GetPacket(pReply));
     pRet->dwResult = m_pBrowser->MayOpenFile() ? Open(pRequest, pRet) : RESULT_OPEN_FAILED;
+    pReply->m_bMoreFollows = m_pFile != nullptr;
     SendReply(std::move(pReply), DFRT_SIZE);
     return 1;
 }
@@ -101,6 +102,7 @@ bool CDownloadFileRequestHandler::SendBlock()
     GetPacket(pReply)->dwVersion = WXSP_VERSION;
     GetPacket(pReply)->dwDataSize = static_cast<uint32_t>(sizeof(_WXS_DOWN_FILE_BLOCK) + nRead);
     m_ullPosition += nRead;
+    pReply->m_bMoreFollows = nRead > 0;
     SendReply(std::move(pReply), DFRB_HEADER_SIZE + static_cast<int>(nRead));
     return true;
 }

@@ -11,8 +11,8 @@
 
 // DFIL: answers with DFRT, then streams the file as DFRB blocks of up to 64 KiB.
 //
-// One buffer of a download is queued at any time: each block is read, from its offset, when the one
-// before has been sent. An empty block ends the transfer. A read error ends it without a word: the
+// One buffer of a download is queued at any time: each block is read when the one before has been
+// sent. An empty block ends the transfer. A read error ends it without a word: the
 // protocol has none for it.
 class CDownloadFileRequestHandler final : public CWXSPRequestHandler
 {
