@@ -1,13 +1,11 @@
 // Plain clients that open many connections, to a server of files or to one of HTTP. None uses the
 // library, so both servers meet the same client.
 //
-//   Connections wxsp|http rate PORT COUNT    one after another: connect, one request and its
-//   answer,
-//                                            close; prints how many a second
-//   Connections wxsp|http hold PORT COUNT    opens all, each with one request and its answer;
-//   prints
-//                                            a line then; closes when its standard input ends
-//   Connections channel hold PORT COUNT      subscribes to channel 1; keeps the connections alive
+//   Connections wxsp|http rate PORT COUNT   connects, sends one request, reads its answer and
+//                                           closes, again and again; prints how often a second
+//   Connections wxsp|http hold PORT COUNT   opens all, each with one request and its answer; prints
+//                                           a line then; closes when its standard input ends
+//   Connections channel hold PORT COUNT     subscribes to channel 1; keeps the connections alive
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>

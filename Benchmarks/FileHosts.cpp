@@ -210,9 +210,10 @@ bool Put(unsigned short wPort, const std::string& strDir, FILE* pTimes)
 int main(int nArguments, char** ppszArguments)
 {
     // The library's trace lines go where nobody reads them, with few system calls.
+    static char szTrace[65536];
     FILE* pOutput = fdopen(dup(STDOUT_FILENO), "w");
     if (pOutput == nullptr || freopen("/dev/null", "w", stdout) == nullptr ||
-        setvbuf(stdout, nullptr, _IOFBF, 65536) != 0)
+        setvbuf(stdout, szTrace, _IOFBF, sizeof szTrace) != 0)
     {
         return 1;
     }
@@ -225,7 +226,7 @@ int main(int nArguments, char** ppszArguments)
     strMode.resize(bTimed ? 3 : strMode.size());
     if ((strMode != "get" && strMode != "put") || nArguments != 4)
     {
-        fputs("usage: FileHosts serve DIR | get PORT DIR | put PORT DIR\n", stderr);
+        fputs("usage: FileHosts serve DIR | get|put|get-timed|put-timed PORT DIR\n", stderr);
         return 2;
     }
     const auto wPort = static_cast<unsigned short>(atoi(ppszArguments[2]));

@@ -1,6 +1,7 @@
 """bench.py BUILD [NAME...] [--rounds N] [--write [FOLDER]]: measures and prints tables."""
 
 import argparse
+import signal
 import sys
 import time
 
@@ -9,6 +10,7 @@ import document
 import files
 import growth
 import idle
+import measure
 import stalls
 import store
 import systems
@@ -43,6 +45,7 @@ def stall_benchmark(build, rounds):
 
 
 BENCHMARKS = {
+    "growth": lambda build, rounds: growth.run(),
     "down": file_benchmark("down", False, files.LARGE),
     "up": file_benchmark("up", True, files.LARGE),
     "small-down": file_benchmark("small-down", False, files.SMALL),
@@ -67,7 +70,6 @@ BENCHMARKS = {
     "memory": lambda build, rounds: [idle.memory(build, servers(build), rounds)],
     "connections": lambda build, rounds: [idle.connections(build, servers(build), rounds)],
     "store": lambda build, rounds: [store.run(build, rounds)],
-    "growth": lambda build, rounds: growth.run(),
 }
 
 
@@ -83,6 +85,9 @@ def main():
         parser.error(f"no benchmark {unknown[0]}: {', '.join(BENCHMARKS)}")
     if arguments.write and arguments.names:
         parser.error("--write takes a whole run")
+    if arguments.rounds < 1:
+        parser.error("a median of no rounds")
+    signal.signal(signal.SIGTERM, lambda number, frame: sys.exit(128 + number))
     results = {}
     for name in arguments.names or BENCHMARKS:
         begun = time.monotonic()
@@ -94,4 +99,7 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    try:
+        main()
+    finally:
+        measure.end_all()

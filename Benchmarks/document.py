@@ -37,8 +37,10 @@ def machine():
         models = re.findall(r"^model name\s*: (.*)$", file.read(), re.MULTILINE)
     model = f" ({models[0]})" if models else ""
     kernel = ".".join(platform.release().split(".")[:2])
+    with open("/proc/sys/net/ipv4/tcp_congestion_control") as file:
+        control = file.read().strip()
     versions = ", ".join(f"{package} {version(package)}" for package in PACKAGES)
-    return f"Linux {kernel}, {os.cpu_count()} processors{model}; {versions}.\n"
+    return f"Linux {kernel}, {os.cpu_count()} processors{model}, TCP with {control}; {versions}.\n"
 
 
 def version(package):

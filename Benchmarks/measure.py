@@ -18,6 +18,8 @@ from dataclasses import dataclass
 
 WAIT_SECONDS = 10.0
 
+_running = set()  # Processes that nobody has waited for
+
 
 @dataclass
 class Account:
@@ -53,7 +55,9 @@ class Process:
             stdin=self._input if self._input is not None else subprocess.PIPE,
             stdout=output if output is not None else subprocess.PIPE,
             stderr=log if log is not None else subprocess.DEVNULL,
+            start_new_session=True,
         )
+        _running.add(self)
 
     def read_line(self):
         return self._child.stdout.readline().decode().strip()
@@ -71,9 +75,16 @@ class Process:
         else:
             self._child.stdin.close()
 
+    def kill(self):
+        """With all that it has started; there is no account of it."""
+        _running.discard(self)
+        os.killpg(self._child.pid, signal.SIGKILL)
+        self._child.wait()
+
     def wait(self):
         """Waits for its end. Returns (exit status, Account)."""
         _, status, usage = os.wait4(self._child.pid, 0)
+        _running.discard(self)
         seconds = time.monotonic() - self._started
         self._child.returncode = os.waitstatus_to_exitcode(status)  # nobody waits again
         if self._child.stdout is not None:
@@ -85,6 +96,12 @@ class Process:
             account.resident = last_number(self._report.name)
         self._report.close()
         return self._child.returncode, account
+
+
+def end_all():
+    """Kills what a benchmark that failed has left running."""
+    for process in list(_running):
+        process.kill()
 
 
 def children(pid):

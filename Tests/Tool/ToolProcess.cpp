@@ -129,6 +129,11 @@ CToolProcess::~CToolProcess()
         kill(m_nProcess, SIGKILL);
         waitpid(m_nProcess, nullptr, 0);
     }
+    if (testing::Test::HasFailure())
+    {
+        ReadSome(0);
+        fprintf(stderr, "what a tool said before:\n%s", m_strErrors.c_str());
+    }
     CloseOutput();
     if (m_nErrors >= 0)
     {

@@ -63,7 +63,8 @@ void COutput::TakeStandardOutput()
         close(nNowhere);
     }
     // What nobody reads takes a system call in a thousand lines, not in fifty.
-    setvbuf(stdout, nullptr, _IOFBF, TRACE_BUFFER_SIZE);
+    static char szTrace[TRACE_BUFFER_SIZE];
+    setvbuf(stdout, szTrace, _IOFBF, sizeof szTrace);
 }
 
 bool COutput::TraceTo(const std::string& strFile)
