@@ -203,7 +203,7 @@ void CProgress::Draw()
     }
     else
     {
-        WriteEvents();
+        WriteEvents(dNow);
     }
     m_dDrawn = dNow;
 }
@@ -220,17 +220,20 @@ void CProgress::DrawBars(double dNow)
     m_nLines = bOne && bTotal ? 2 : 1;
 }
 
-void CProgress::WriteEvents()
+void CProgress::WriteEvents(double dNow)
 {
     for (const CFile* pFile : m_listFiles)
     {
+        const double dTaken = std::max(dNow - pFile->m_dBegan, 1e-3);
+        const double dRate = m_bSideBySide ? static_cast<double>(pFile->m_ullDone) / dTaken
+                                           : std::max(m_meter.Rate(), 0.0);
         m_output.Line(CJsonLine("progress")
                           .Text("path", pFile->m_strShown)
                           .Number("percent", pFile->m_dwPercent)
                           .Number("bytes", pFile->m_ullDone)
                           .Number("files_done", m_nEnded)
                           .Number("files", m_nFiles)
-                          .Real("bytes_per_second", std::max(m_meter.Rate(), 0.0))
+                          .Real("bytes_per_second", dRate)
                           .ToString());
     }
 }

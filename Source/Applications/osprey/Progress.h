@@ -15,7 +15,8 @@
 //   terminal   a line for each finished file; below them a bar for all files, and, where they go
 //              one after another, one above it for the current file
 //   pipe       a line for each finished file, and a summary
-//   JSON       the same as events, and at most one "progress" a second for each file under way
+//   JSON       the same as events, and at most one "progress" a second for each file under way,
+//              with the rate of now, or, side by side, the file's own since it began
 //   quiet      nothing
 //
 // Failures and warnings go to standard error in every style.
@@ -70,7 +71,7 @@ public:
 private:
     std::string Clear();
     void DrawBars(double dNow);
-    void WriteEvents();
+    void WriteEvents(double dNow);
     CBar FileBar(const CFile& file, double dNow) const;
     CBar TotalBar(int nColumns) const;
     std::string RateNow() const;
