@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdio.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <vector>
 
@@ -28,6 +31,20 @@ size_t CountEvents(const CToolProcess& tool, const std::string& strEvent)
     return static_cast<size_t>(std::count_if(listEvents.begin(), listEvents.end(),
                                              [&](const nlohmann::json& event)
                                              { return event["event"] == strEvent; }));
+}
+
+// Standard output of a command of the shell.
+std::string RunCommand(const std::string& strCommand)
+{
+    std::string strOutput;
+    FILE* pOutput = popen(strCommand.c_str(), "re");
+    char szPart[4096];
+    for (size_t n = 0; (n = fread(szPart, 1, sizeof szPart, pOutput)) > 0;)
+    {
+        strOutput.append(szPart, n);
+    }
+    EXPECT_EQ(pclose(pOutput), 0) << strOutput;
+    return strOutput;
 }
 
 size_t CountText(const std::string& strText, const std::string& strPart)
@@ -302,6 +319,108 @@ TEST_F(JobsTool, TargetsThatAreOneFileAreWrittenOneAfterTheOther)
     EXPECT_EQ(ReadFile(m_local.GetPath("real")), "1234");
 }
 
+TEST_F(JobsTool, LinkThatLeadsToATargetStillToComeIsWrittenInTurn)
+{
+    fs::create_symlink("later", m_local.GetPath("link"));
+    CPeerScript peer;
+    CToolProcess tool(
+        Arguments("download", peer.GetPeer(), {"later", "link"}, {"-o", m_local.GetPath()}));
+    CPeerConnection only = peer.AcceptOne();
+    for (int i = 0; i < 2; ++i)
+    {
+        const unsigned int dwID = Wire::GetU32(only.Expect("DFIL"), 12);
+        GiveFile(only, dwID);
+    }
+    EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
+    EXPECT_FALSE(peer.HasCaller());
+    EXPECT_TRUE(fs::is_symlink(m_local.GetPath("link")));
+    EXPECT_EQ(ReadFile(m_local.GetPath("later")), "1234");
+}
+
+TEST_F(JobsTool, MostJobsDoNotOverrunTheServer)
+{
+    WriteFiles("src", 300);
+    CServedFolder served;
+    CToolProcess tool(
+        {"submit", served.GetPeer(), "--jobs", "64", "--quiet", m_local.GetPath("src")});
+    // Reads what the server has told: it waits when its output is full.
+    served.Tool().WaitUntil(
+        "300 files", [&] { return CountText(served.Tool().GetOutput(), "\"upload\"") >= 300; });
+    EXPECT_EQ(tool.Wait(), 0);
+    EXPECT_EQ(tool.GetErrors(), "");
+    ExpectSame(m_local.GetPath("src"), served.GetPath("src"));
+}
+
+TEST_F(JobsTool, NoMoreThanEightConnectAtATime)
+{
+    WriteFiles("src", 64);
+    CPeerScript peer;
+    CToolProcess tool({"submit", peer.GetPeer(), "--jobs", "64", m_local.GetPath("src")});
+    CPeerConnection first = peer.AcceptOne();
+    first.Socket().Send(Wire::Result("CDRT", Wire::GetU32(first.Expect("CDIR"), 12), 0));
+    first.Expect("UPFI");
+    std::vector<CRawSocket> listCallers;
+    for (size_t i = 0; i < 8; ++i)
+    {
+        listCallers.push_back(peer.AcceptUnnamed());
+    }
+    EXPECT_FALSE(peer.HasCallerWithin(300));
+    // The next one comes when one of them is connected, or is over.
+    CPeerConnection second(std::move(listCallers.back()));
+    second.TakeName();
+    second.Expect("UPFI");
+    listCallers.back() = peer.AcceptUnnamed();
+    listCallers.front().Reset();
+    listCallers.front() = peer.AcceptUnnamed();
+    EXPECT_FALSE(peer.HasCallerWithin(300));
+}
+
+TEST_F(JobsTool, ConnectionsThatWereNotAnsweredAreNotWaitedForWhenAllIsDone)
+{
+    WriteFiles("src", 2);
+    CPeerScript peer;
+    CToolProcess tool(Arguments("submit", peer.GetPeer(), LocalPaths({"src/f0", "src/f1"})));
+    CPeerConnection first = peer.AcceptOne();
+    const unsigned int dwID = Wire::GetU32(first.Expect("UPFI"), 12);
+    const CRawSocket unanswered = peer.AcceptUnnamed();
+    TakeFile(first, dwID);
+    TakeFile(first, Wire::GetU32(first.Expect("UPFI"), 12));
+    EXPECT_EQ(tool.Wait(), 0);
+    // Waited for in vain, it would be told.
+    EXPECT_EQ(tool.GetErrors(), "");
+}
+
+TEST_F(JobsTool, FewDescriptorsGiveFewConnections)
+{
+    WriteFiles("src", 100);
+    CServedFolder served;
+    const std::string strCommand = "ulimit -n 60; exec '" OSPREY_TOOL "' submit " +
+                                   served.GetPeer() + " --jobs 64 --quiet '" +
+                                   m_local.GetPath("src") + "' 2>&1";
+    EXPECT_EQ(RunCommand(strCommand), "");
+    ExpectSame(m_local.GetPath("src"), served.GetPath("src"));
+}
+
+TEST_F(JobsTool, LimitOfDescriptorsIsRaised)
+{
+    const CNames listPaths = LocalPaths(WriteFiles(".", JOBS));
+    CPeerScript peer;
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit low{24, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    CToolProcess tool(Arguments("submit", peer.GetPeer(), listPaths));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    std::vector<unsigned int> listIDs;
+    CConnections listConnections = AcceptRequests(peer, JOBS, "UPFI", listIDs);
+    for (size_t i = 0; i < JOBS; ++i)
+    {
+        TakeFile(listConnections[i], listIDs[i]);
+    }
+    EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
+    EXPECT_EQ(tool.GetErrors(), "");
+}
+
 TEST_F(JobsTool, OneMissingAmongManyGives1AndTheOthersArrive)
 {
     CNames listNames = WriteFiles("all", 60);
@@ -338,6 +457,43 @@ TEST_F(JobsTool, JsonTellsOneConnectionAndTheSumOfAll)
     EXPECT_EQ(summary["folders"], 2);
     EXPECT_EQ(summary["failed"], 0);
     EXPECT_EQ(summary["bytes"], ullSum);
+}
+
+TEST_F(JobsTool, JsonTellsTheRateOfEachFile)
+{
+    CPeerScript peer;
+    CToolProcess tool(
+        Arguments("download", peer.GetPeer(), {"a", "b"}, {"--json", "-o", m_local.GetPath()}));
+    std::vector<unsigned int> listIDs;
+    CConnections listConnections = AcceptRequests(peer, 2, "DFIL", listIDs);
+    listConnections[0].Socket().Send(Wire::Dfrt(listIDs[0], 0, 4, 0) +
+                                     Wire::Dfrb(listIDs[0], "12"));
+    nlohmann::json event = tool.WaitForEvent("progress");
+    while (!event.is_null() && event["bytes"] == 0)
+    {
+        event = tool.WaitForEvent("progress");
+    }
+    EXPECT_GT(event["bytes_per_second"], 0.0);
+    event = tool.WaitForEvent("progress");
+    EXPECT_EQ(event["bytes"], 0);
+    EXPECT_EQ(event["bytes_per_second"], 0.0);
+}
+
+TEST_F(JobsTool, OneJobTellsProgressOnceASecondAndNotWhenAFileBegins)
+{
+    m_local.WriteFile("file", "1234");
+    CPeerScript peer;
+    const auto start = std::chrono::steady_clock::now();
+    CToolProcess tool({"submit", peer.GetPeer(), "--json", m_local.GetPath("file")});
+    CPeerConnection only = peer.AcceptOne();
+    const unsigned int dwID = Wire::GetU32(only.Expect("UPFI"), 12);
+    // Long enough for a main thread that was woken.
+    EXPECT_FALSE(peer.HasCallerWithin(100));
+    TakeFile(only, dwID);
+    EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
+    const auto taken = std::chrono::steady_clock::now() - start;
+    const auto nIntervals = static_cast<size_t>(taken / std::chrono::milliseconds(950));
+    EXPECT_LE(CountEvents(tool, "progress"), nIntervals) << tool.GetOutput();
 }
 
 TEST_F(JobsTool, RefusedConnectionGives3AndIsToldOnce)

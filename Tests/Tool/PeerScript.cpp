@@ -39,8 +39,8 @@ void CPeerScript::RefuseOne()
     m_server.Accept().Reset();
 }
 
-bool CPeerScript::HasCaller() const
+bool CPeerScript::HasCallerWithin(int nMilliseconds) const
 {
     pollfd pfd = {m_server.GetHandle(), POLLIN, 0};
-    return poll(&pfd, 1, 0) == 1;
+    return poll(&pfd, 1, nMilliseconds) == 1;
 }

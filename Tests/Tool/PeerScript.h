@@ -36,10 +36,20 @@ public:
 
     // The tool's next connection, its name taken.
     CPeerConnection AcceptOne();
+    // The tool's next connection, which has no answer yet.
+    CRawSocket AcceptUnnamed()
+    {
+        return m_server.Accept();
+    }
     // Ends the tool's next connection before it has a name.
     void RefuseOne();
     // True when there is a connection that was not accepted.
-    bool HasCaller() const;
+    bool HasCaller() const
+    {
+        return HasCallerWithin(0);
+    }
+    // The same, or one comes in that time.
+    bool HasCallerWithin(int nMilliseconds) const;
 
     // For a tool with one connection.
     void Accept()

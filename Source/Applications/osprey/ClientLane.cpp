@@ -45,11 +45,12 @@ private:
 };
 
 CClientLane::CClientLane(const COptions& options, CTransferWork& work, CProgress& progress,
-                         std::function<void()> fnWake)
+                         std::function<void()> fnWake, std::function<void()> fnAdvanced)
     : m_options(options),
       m_work(work),
       m_progress(progress),
       m_fnWake(std::move(fnWake)),
+      m_fnAdvanced(std::move(fnAdvanced)),
       m_pClient(work.MakeClient(*this))
 {
     ToUTF16(options.m_strConnection, m_listName);
@@ -59,7 +60,7 @@ CClientLane::~CClientLane()
 {
     if (m_bOpen)
     {
-        Stop(false);
+        Stop(STOP_INTERRUPTED);
         Close();
     }
 }
@@ -93,13 +94,13 @@ bool CClientLane::IsStalled() const
            llNow - m_llTouched > m_options.m_dwStallSeconds * 1000LL;
 }
 
-void CClientLane::Stop(bool bStalled)
+void CClientLane::Stop(EStop eStop)
 {
     if (IsEnding())
     {
         return;
     }
-    m_bStalled = bStalled;
+    m_eStop = eStop;
     m_llEnding = SteadyMs();
     const auto StopClient = [this]
     {
@@ -155,10 +156,44 @@ void CClientLane::End(EEnd eEnd)
     m_fnWake();
 }
 
-void CClientLane::SetTransfer(std::shared_ptr<ITransfer> pTransfer)
+bool CClientLane::IsCleanedUp()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_bCleanedUp;
+}
+
+// False when CleanUp came first, which would never see it.
+bool CClientLane::SetTransfer(std::shared_ptr<ITransfer> pTransfer)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (pTransfer && m_bCleanedUp)
+    {
+        return false;
+    }
     m_pTransfer.swap(pTransfer);
+    return true;
+}
+
+// Begin has thrown, and there may be no memory even to tell it: then the exit code does alone.
+void CClientLane::FailBegin(const char* pszReason) noexcept
+{
+    if (m_pTransfer)
+    {
+        m_pTransfer->CleanUp();
+    }
+    try
+    {
+        m_progress.Message(std::string("cannot go on: ") + pszReason);
+        if (m_pTransfer)
+        {
+            m_pTransfer->Fail(pszReason);
+        }
+    }
+    catch (const std::exception&)
+    {
+        // What it counted it has counted.
+    }
+    SetTransfer(nullptr);
 }
 
 void CClientLane::FailLost()
@@ -175,6 +210,7 @@ void CClientLane::CleanUp()
     std::shared_ptr<ITransfer> pTransfer;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bCleanedUp = true;
         pTransfer = m_pTransfer;
     }
     if (pTransfer)
@@ -185,7 +221,7 @@ void CClientLane::CleanUp()
 
 std::string CClientLane::WhyLost() const
 {
-    if (m_bStalled)
+    if (m_eStop == STOP_STALLED)
     {
         return "nothing moved for " + FormatCount(m_options.m_dwStallSeconds, "second");
     }
@@ -198,7 +234,7 @@ std::string CClientLane::WhyNotConnected() const
     {
         return "no socket, memory or thread to be had";
     }
-    if (m_bStalled)
+    if (m_eStop == STOP_STALLED)
     {
         return "no answer, perhaps no osprey server";
     }
@@ -214,6 +250,7 @@ void CClientLane::OnConnected()
     const CBusy busy(*this);
     m_bConnected = true;
     m_progress.Connected(m_options.m_peer.ToString());
+    m_fnAdvanced();
 }
 
 void CClientLane::OnStartFailed(int)
@@ -239,16 +276,19 @@ bool CClientLane::GetNextFile(std::string& strLocal, std::string& strRemote, lon
         if (BeginNext(strLocal, strRemote, llNumber))
         {
             // Finding the file may have taken its time.
-            return !IsEnding();
+            return !IsEnding() && !IsCleanedUp();
         }
     }
     catch (const std::exception& error)
     {
-        m_progress.Message(std::string("cannot go on: ") + error.what());
+        FailBegin(error.what());
         End(END_LOST);
         return false;
     }
-    End(END_DONE);
+    if (!IsCleanedUp())
+    {
+        End(END_DONE);
+    }
     return false;
 }
 
@@ -256,7 +296,10 @@ bool CClientLane::BeginNext(std::string& strLocal, std::string& strRemote, long 
 {
     while (std::shared_ptr<ITransfer> pTransfer = m_work.Take())
     {
-        SetTransfer(pTransfer);
+        if (!SetTransfer(pTransfer))
+        {
+            return false;
+        }
         if (!pTransfer->Begin(strLocal, strRemote, llNumber))
         {
             SetTransfer(nullptr);
@@ -264,7 +307,7 @@ bool CClientLane::BeginNext(std::string& strLocal, std::string& strRemote, long 
         }
         if (!pTransfer->IsFolder() && !m_bBegunFile.exchange(true))
         {
-            m_fnWake();
+            m_fnAdvanced();
         }
         return true;
     }

@@ -33,9 +33,17 @@
 class CClientLane final : public IFileClientCallback
 {
 public:
-    // fnWake is called on the worker when the main thread has something to look at.
+    enum EStop
+    {
+        STOP_INTERRUPTED,
+        STOP_STALLED,     // as a connection that is as good as lost
+        STOP_NOT_NEEDED,  // nothing is left that it could take
+    };
+
+    // Both are called on the worker: fnWake when the main thread has something to look at,
+    // fnAdvanced once connected, and once the first file is under way.
     CClientLane(const COptions& options, CTransferWork& work, CProgress& progress,
-                std::function<void()> fnWake);
+                std::function<void()> fnWake, std::function<void()> fnAdvanced);
     ~CClientLane();
     CClientLane(const CClientLane&) = delete;
     CClientLane& operator=(const CClientLane&) = delete;
@@ -56,28 +64,36 @@ public:
     {
         return m_bConnected;
     }
+    bool IsConnecting() const
+    {
+        return m_bOpen && !m_bConnected && !IsOver();
+    }
     // A file, not only folders, has been under way.
     bool HasBegunFile() const
     {
         return m_bBegunFile;
     }
 
-    // Asks an open lane to end, without waiting. bStalled: as a connection that is as good as lost.
-    void Stop(bool bStalled);
+    // Asks an open lane to end, without waiting.
+    void Stop(EStop eStop);
     // Ends it and waits for that.
     void Close();
 
     // What has become of a lane that is not open.
     bool IsDone() const  // the work was at its end
     {
-        return m_nEnd == END_DONE;
+        return m_nEnd == END_DONE || IsNotNeeded();
+    }
+    bool IsNotNeeded() const  // it was stopped as such
+    {
+        return m_eStop == STOP_NOT_NEEDED;
     }
     std::string WhyLost() const;
     std::string WhyNotConnected() const;
 
     // Fails what was under way when a lane that is not open any more was lost.
     void FailLost();
-    // Removes what is left here of the file under way.
+    // Removes what is left here of the file under way. None is begun any more.
     void CleanUp();
 
     // What the client tells; its worker.
@@ -103,19 +119,22 @@ private:
     bool IsEnding() const;
     bool IsStopLost() const;
     void End(EEnd eEnd);
+    bool IsCleanedUp();
     void Touch();
-    void SetTransfer(std::shared_ptr<ITransfer> pTransfer);
+    bool SetTransfer(std::shared_ptr<ITransfer> pTransfer);
+    void FailBegin(const char* pszReason) noexcept;
 
     const COptions& m_options;
     CTransferWork& m_work;
     CProgress& m_progress;
     const std::function<void()> m_fnWake;
+    const std::function<void()> m_fnAdvanced;
     std::vector<unsigned short> m_listName;
 
     bool m_bOpen = false;
     bool m_bStartRefused = false;
-    bool m_bStalled = false;
-    long long m_llStarted = 0;  // times are ms of the steady clock
+    EStop m_eStop = STOP_INTERRUPTED;  // how it was stopped, if it was
+    long long m_llStarted = 0;         // times are ms of the steady clock
     std::thread m_stopper;
     std::atomic<bool> m_bStopped{false};  // by m_stopper
 
@@ -128,7 +147,8 @@ private:
     std::atomic<int> m_nLostError{0};
     std::atomic<int> m_nEnd{END_NOT_YET};
 
-    std::mutex m_mutex;  // of the next one
+    std::mutex m_mutex;  // of the next two
+    bool m_bCleanedUp = false;
     // Under way; null between two. CleanUp may hold it a moment longer.
     std::shared_ptr<ITransfer> m_pTransfer;
 

@@ -7,7 +7,19 @@
 #include <algorithm>
 #include <string>
 
+#include "DescriptorLimit.h"
 #include "Units.h"
+
+namespace
+{
+
+// The server of the library, like many, keeps ten callers that it has not accepted.
+const size_t MOST_CONNECTING = 8;
+
+const size_t DESCRIPTORS_OF_LANE = 6;
+const size_t OTHER_DESCRIPTORS = 32;
+
+}  // namespace
 
 CClientRun::CClientRun(const COptions& options, COutput& output, CProgress& progress,
                        CTransferWork& work, size_t nLanes)
@@ -61,20 +73,31 @@ void CClientRun::RunAt(unsigned int dwAddress, const CSignals& signals)
 
 void CClientRun::AddLane(unsigned int dwAddress)
 {
-    m_listLanes.push_back(
-        std::make_unique<CClientLane>(m_options, m_work, m_progress, [this] { Wake(); }));
+    // Only others wait for it.
+    const auto fnAdvanced = [this]
+    {
+        if (m_nLanes > 1)
+        {
+            Wake();
+        }
+    };
+    m_listLanes.push_back(std::make_unique<CClientLane>(
+        m_options, m_work, m_progress, [this] { Wake(); }, fnAdvanced));
     m_listLanes.back()->Start(dwAddress);
 }
 
 void CClientRun::AddOtherLanes(unsigned int dwAddress)
 {
     const CClientLane& first = *m_listLanes.front();
-    if (m_listLanes.size() > 1 || !first.IsOpen() || !first.HasBegunFile())
+    if (m_nLanes == 1 || !first.IsOpen() || !first.HasBegunFile())
     {
         return;
     }
-    const size_t nUseful = std::min(m_nLanes, m_work.FilesLeft() + 1);
-    while (m_listLanes.size() < nUseful)
+    const auto IsConnecting = [](const CClientLane& lane) { return lane.IsConnecting(); };
+    const auto IsIdle = [](const CClientLane& lane)
+    { return lane.IsOpen() && !lane.IsOver() && !lane.HasBegunFile(); };
+    while (m_listLanes.size() < m_nLanes && Find(IsConnecting).size() < MOST_CONNECTING &&
+           m_work.FilesLeft() > Find(IsIdle).size())
     {
         AddLane(dwAddress);
     }
@@ -103,18 +126,50 @@ void CClientRun::TendLanes()
 {
     for (const auto& pLane : m_listLanes)
     {
-        if (!pLane->IsOpen())
+        if (pLane->IsOpen())
         {
-            continue;
+            TendLane(*pLane);
         }
-        if (pLane->IsOver())
+    }
+    StopNeedless();
+}
+
+void CClientRun::TendLane(CClientLane& lane)
+{
+    if (lane.IsOver())
+    {
+        EndLane(lane);
+    }
+    else if (lane.IsStalled())
+    {
+        lane.Stop(CClientLane::STOP_STALLED);
+        // Nothing else is to be seen to meanwhile.
+        if (m_nLanes == 1)
         {
-            pLane->Close();
-            pLane->FailLost();
+            EndLane(lane);
         }
-        else if (pLane->IsStalled())
+    }
+}
+
+void CClientRun::EndLane(CClientLane& lane)
+{
+    lane.Close();
+    lane.FailLost();
+}
+
+// Lanes that still connect when all others are over and nothing is left for them.
+void CClientRun::StopNeedless()
+{
+    const auto IsBusy = [](const CClientLane& lane) { return lane.IsOpen() && lane.IsConnected(); };
+    if (m_listLanes.size() == 1 || !Find(IsBusy).empty() || m_work.FilesLeft() > 0)
+    {
+        return;
+    }
+    for (const auto& pLane : m_listLanes)
+    {
+        if (pLane->IsConnecting())
         {
-            pLane->Stop(true);
+            pLane->Stop(CClientLane::STOP_NOT_NEEDED);
         }
     }
 }
@@ -129,7 +184,7 @@ void CClientRun::Interrupt(const CSignals& signals)
     {
         if (pLane->IsOpen())
         {
-            pLane->Stop(false);
+            pLane->Stop(CClientLane::STOP_INTERRUPTED);
         }
     }
     for (const auto& pLane : m_listLanes)
@@ -233,7 +288,8 @@ int CClientRun::Report()
 
 void CClientRun::ReportMissing()
 {
-    const CLanes listMissing = Find([](const CClientLane& lane) { return !lane.IsConnected(); });
+    const CLanes listMissing =
+        Find([](const CClientLane& lane) { return !lane.IsConnected() && !lane.IsNotNeeded(); });
     if (!listMissing.empty() && !m_bInterrupted)
     {
         m_progress.Message(Connections(listMissing.size(), m_listLanes.size()) +
@@ -258,6 +314,19 @@ std::string CClientRun::Connections(size_t nThese, size_t nAll) const
         nAll == 1 ? "connection"
                   : std::to_string(nThese) + " of " + std::to_string(nAll) + " connections";
     return strWhich + " to " + m_options.m_peer.ToString();
+}
+
+size_t CountLanes(const COptions& options, size_t nFiles)
+{
+    const size_t nWanted = std::min<size_t>(options.m_dwJobs, nFiles);
+    if (nWanted <= 1)
+    {
+        return 1;
+    }
+    const size_t nLimit = RaiseDescriptorLimit();
+    const size_t nPossible =
+        nLimit > OTHER_DESCRIPTORS ? (nLimit - OTHER_DESCRIPTORS) / DESCRIPTORS_OF_LANE : 0;
+    return std::max<size_t>(std::min(nWanted, nPossible), 1);
 }
 
 CProgress::EStyle ProgressStyle(const COptions& options, const COutput& output)

@@ -14,8 +14,10 @@
 // One run of submit or download: connect, move the work over one lane or several, end.
 //
 // The first lane is alone until it begins with a file. By then it has found the address that
-// answers, and made every folder; the others follow, no more than there are files. A lane that is
-// lost takes the file under way with it, no other: the rest goes on while a lane is left.
+// answers, and made every folder; the others follow, no more than there are files, and few at a
+// time: a server refuses those that it cannot accept at once. A lane that is lost takes the file
+// under way with it, no other: the rest goes on while a lane is left. One that still connects when
+// nothing is left is not waited for.
 //
 //   exit code   130 interrupted before the end; 3 the first lane did not connect; 4 a lane was
 //               lost; 1 a file failed; 0. The first that fits. A further lane that does not
@@ -43,6 +45,9 @@ private:
     void AddOtherLanes(unsigned int dwAddress);
     void WaitForEnd(unsigned int dwAddress, const CSignals& signals);
     void TendLanes();
+    void TendLane(CClientLane& lane);
+    void EndLane(CClientLane& lane);
+    void StopNeedless();
     void Interrupt(const CSignals& signals);
     void CleanUp();
     void Wake() const;
@@ -67,6 +72,10 @@ private:
     bool m_bInterrupted = false;
     std::vector<std::unique_ptr<CClientLane>> m_listLanes;  // stays once interrupted: see CleanUp
 };
+
+// How many lanes a run of nFiles files has: as many as were asked for, were there a file and the
+// descriptors for each. 1 or more. Raises this process's limit of descriptors for several.
+size_t CountLanes(const COptions& options, size_t nFiles);
 
 // How progress is to be shown.
 CProgress::EStyle ProgressStyle(const COptions& options, const COutput& output);

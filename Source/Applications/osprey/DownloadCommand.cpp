@@ -77,12 +77,14 @@ public:
 
 private:
     bool Prepare();
+    std::string Temp();
 
     const CDownloadEntry& m_entry;
     CProgress& m_progress;
     std::optional<CProgress::CFile> m_shown;
     std::string m_strTarget;
-    std::mutex m_mutex;     // the next one, which CleanUp takes from any thread
+    std::mutex m_mutex;  // of the next two, which CleanUp takes from any thread
+    bool m_bCleanedUp = false;
     std::string m_strTemp;  // empty: there is none
 };
 
@@ -92,7 +94,7 @@ bool CReception::Begin(std::string& strLocal, std::string& strRemote, long long&
     {
         return false;
     }
-    strLocal = m_strTemp;
+    strLocal = Temp();
     strRemote = m_entry.m_strName;
     llNumber = 0;
     m_shown.emplace(m_progress, m_entry.m_strName);
@@ -114,6 +116,10 @@ bool CReception::Prepare()
     };
     const bool bReplaces = stat(m_strTarget.c_str(), &old) == 0;
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bCleanedUp)
+    {
+        return false;
+    }
     if (!CreateTempFile(FolderOf(m_strTarget), bReplaces ? old.st_mode : 0, m_strTemp))
     {
         m_strTemp.clear();
@@ -125,18 +131,25 @@ bool CReception::Prepare()
     return true;
 }
 
+std::string CReception::Temp()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_strTemp;
+}
+
 void CReception::Move(unsigned int dwPercent)
 {
     // The client tells percents alone; what is on the disk tells the bytes, and both the size.
-    const Orb_U64 ullDone = SizeOf(m_strTemp);
+    const Orb_U64 ullDone = SizeOf(Temp());
     const Orb_U64 ullSize = dwPercent == 0 ? 0 : ullDone / dwPercent * 100;
     m_shown->Moves(dwPercent, ullDone, ullSize);
 }
 
 void CReception::Complete()
 {
-    const Orb_U64 ullBytes = SizeOf(m_strTemp);
-    if (!SyncFile(m_strTemp) || rename(m_strTemp.c_str(), m_strTarget.c_str()) != 0)
+    const std::string strTemp = Temp();
+    const Orb_U64 ullBytes = SizeOf(strTemp);
+    if (!SyncFile(strTemp) || rename(strTemp.c_str(), m_strTarget.c_str()) != 0)
     {
         Fail("it arrived, but cannot be stored: " + std::string(strerror(errno)));
         return;
@@ -153,12 +166,18 @@ void CReception::Complete()
 void CReception::Fail(const std::string& strReason)
 {
     CleanUp();
-    m_shown->Fails(m_entry.m_strName, strReason, true);
+    if (m_shown)
+    {
+        m_shown->Fails(m_entry.m_strName, strReason, true);
+        return;
+    }
+    m_progress.Fails(m_entry.m_strName, strReason, true);
 }
 
 void CReception::CleanUp()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    m_bCleanedUp = true;
     if (!m_strTemp.empty())
     {
         unlink(m_strTemp.c_str());
@@ -215,13 +234,18 @@ std::string CDownloadWork::ReasonOf(int nCode) const
     }
 }
 
-// Two targets are one file, by way of links: what comes last must not be left to chance.
-bool HasTwins(const std::vector<CDownloadEntry>& listEntries)
+// Two targets may be one file, by way of links: what comes last must not be left to chance. A link
+// that leads nowhere now may lead to a file of this run once that is there.
+bool MayHaveTwins(const std::vector<CDownloadEntry>& listEntries)
 {
     std::set<std::string> setFiles;
-    return !std::all_of(listEntries.begin(), listEntries.end(),
-                        [&setFiles](const CDownloadEntry& entry)
-                        { return setFiles.insert(RealPath(entry.m_strTarget)).second; });
+    return std::any_of(listEntries.begin(), listEntries.end(),
+                       [&setFiles](const CDownloadEntry& entry)
+                       {
+                           return (KindOf(entry.m_strTarget, false) == KIND_LINK &&
+                                   KindOf(entry.m_strTarget, true) == KIND_MISSING) ||
+                                  !setFiles.insert(RealPath(entry.m_strTarget)).second;
+                       });
 }
 
 }  // namespace
@@ -268,8 +292,9 @@ int RunDownload(const COptions& options, COutput& output)
         return EXIT_FILE_FAILED;
     }
     CProgress progress(output, ProgressStyle(options, output), false);
-    const size_t nLanes =
-        HasTwins(listEntries) ? 1 : std::min<size_t>(options.m_dwJobs, listEntries.size());
+    const size_t nLanes = options.m_dwJobs > 1 && !MayHaveTwins(listEntries)
+                              ? CountLanes(options, listEntries.size())
+                              : 1;
     progress.Plan(listEntries.size(), 0, false, nLanes > 1);
     CDownloadWork work(listEntries, progress);
     return CClientRun(options, output, progress, work, nLanes).Execute();

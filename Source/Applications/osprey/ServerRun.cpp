@@ -2,13 +2,14 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <string>
+
+#include "DescriptorLimit.h"
 
 namespace
 {
@@ -39,16 +40,6 @@ int ProbePort(unsigned short& wPort)
     close(nSocket);
     wPort = ntohs(address.sin_port);
     return nError;
-}
-
-void RaiseDescriptorLimit()
-{
-    rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0)
-    {
-        limit.rlim_cur = limit.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
 }
 
 }  // namespace

@@ -80,7 +80,12 @@ void CSubmission::Complete()
 
 void CSubmission::Fail(const std::string& strReason)
 {
-    m_shown->Fails(m_entry.m_strPath, strReason, !m_entry.m_bFolder);
+    if (m_shown)
+    {
+        m_shown->Fails(m_entry.m_strPath, strReason, !m_entry.m_bFolder);
+        return;
+    }
+    m_progress.Fails(m_entry.m_strPath, strReason, !m_entry.m_bFolder);
 }
 
 class CSubmitWork final : public CTransferWork
@@ -177,9 +182,7 @@ int RunSubmit(const COptions& options, COutput& output)
     {
         return EXIT_FILE_FAILED;
     }
-    const size_t nLanes =
-        list.MayHaveTwins() ? 1
-                            : std::min<size_t>(options.m_dwJobs, std::max<size_t>(list.Files(), 1));
+    const size_t nLanes = list.MayHaveTwins() ? 1 : CountLanes(options, list.Files());
     if (nLanes > 1)
     {
         list.PutFoldersFirst();

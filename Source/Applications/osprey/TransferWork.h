@@ -33,7 +33,7 @@ public:
     virtual void Complete() = 0;
     virtual void Fail(const std::string& strReason) = 0;
 
-    // Removes what is left here of a file that came to nothing. Quick.
+    // Removes what is left here of a file that came to nothing; none is made any more. Quick.
     virtual void CleanUp() = 0;
 };
 
