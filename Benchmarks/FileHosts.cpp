@@ -5,8 +5,6 @@
 //   FileHosts put PORT DIR         sends the files of DIR that standard input names
 //   FileHosts get-timed | put-timed PORT DIR       the same; prints the milliseconds of each file
 
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -18,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "FreePort.h"
 #include "LibOsprey.h"
 
 namespace
@@ -138,23 +137,6 @@ private:
     std::vector<typename Clock::time_point> m_listAsked;
 };
 
-// A port that is free at the moment: the server does not tell the one that it chose.
-unsigned short FreePort()
-{
-    const int s = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    socklen_t nSize = sizeof address;
-    if (bind(s, reinterpret_cast<sockaddr*>(&address), nSize) != 0 ||
-        getsockname(s, reinterpret_cast<sockaddr*>(&address), &nSize) != 0)
-    {
-        perror("bind");
-        exit(1);
-    }
-    close(s);
-    return ntohs(address.sin_port);
-}
-
 bool Serve(const std::string& strDir, FILE* pOutput)
 {
     CServingHost host(strDir);
@@ -175,28 +157,16 @@ bool Serve(const std::string& strDir, FILE* pOutput)
     return bRuns;
 }
 
-bool Get(unsigned short wPort, const std::string& strDir, FILE* pTimes)
+template <class Callback, class Client>
+bool Move(Client* (*fnCreate)(Callback*),
+          Orb_BOOL (Client::*fnStart)(unsigned short*, unsigned int, unsigned int, unsigned short,
+                                      unsigned int),
+          unsigned short wPort, const std::string& strDir, bool bUpload, FILE* pTimes)
 {
-    CTransferHost<IDownloadFileClientCallback> host(strDir, false);
-    IDownloadFileClient* pClient = CreateDownloadFileClient(&host);
+    CTransferHost<Callback> host(strDir, bUpload);
+    Client* pClient = fnCreate(&host);
     unsigned short name[] = {'b', 0};
-    const bool bDone =
-        pClient->StartFileDownload(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
-    pClient->Release();
-    if (pTimes != nullptr)
-    {
-        host.PrintTimes(pTimes);
-    }
-    return bDone;
-}
-
-bool Put(unsigned short wPort, const std::string& strDir, FILE* pTimes)
-{
-    CTransferHost<ISubmitFileClientCallback> host(strDir, true);
-    ISubmitFileClient* pClient = CreateSubmitFileClient(&host);
-    unsigned short name[] = {'b', 0};
-    const bool bDone =
-        pClient->StartFileSubmit(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
+    const bool bDone = (pClient->*fnStart)(name, 0, LOOPBACK, wPort, WAIT_MS) && host.WaitForEnd();
     pClient->Release();
     if (pTimes != nullptr)
     {
@@ -231,5 +201,11 @@ int main(int nArguments, char** ppszArguments)
     }
     const auto wPort = static_cast<unsigned short>(atoi(ppszArguments[2]));
     FILE* const pTimes = bTimed ? pOutput : nullptr;
-    return (strMode == "get" ? Get : Put)(wPort, ppszArguments[3], pTimes) ? 0 : 1;
+    const char* pszDir = ppszArguments[3];
+    const bool bDone = strMode == "get"
+                           ? Move(CreateDownloadFileClient, &IDownloadFileClient::StartFileDownload,
+                                  wPort, pszDir, false, pTimes)
+                           : Move(CreateSubmitFileClient, &ISubmitFileClient::StartFileSubmit,
+                                  wPort, pszDir, true, pTimes);
+    return bDone ? 0 : 1;
 }

@@ -1,11 +1,8 @@
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <netinet/in.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
+#include "FreePort.h"
 #include "LibOsprey.h"
 #include "Peer.h"
 
@@ -13,23 +10,6 @@ namespace
 {
 
 const unsigned int CHANNEL = 1;
-
-// A port that was free a moment ago: the server does not tell which one it got.
-unsigned short FreePort()
-{
-    const int nSocket = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t nLength = sizeof address;
-    if (bind(nSocket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(nSocket, reinterpret_cast<sockaddr*>(&address), &nLength) != 0)
-    {
-        abort();
-    }
-    close(nSocket);
-    return ntohs(address.sin_port);
-}
 
 class COspreyPublisher final : public IPublisher
 {

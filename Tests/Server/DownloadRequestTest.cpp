@@ -113,6 +113,27 @@ TEST_F(DownloadRequest, RefusalIsPushed)
     EXPECT_EQ(nHeldUp, 0);
 }
 
+// What has been added behind the end that was met comes too.
+TEST_F(DownloadRequest, FileThatGrowsMeanwhileIsReadToItsNewEnd)
+{
+    const std::string strPath = m_folder.WriteFile("f", "0123456789");
+    const CReplacedCall sending(g_callSend,
+                                [&](int s, const void* pData, size_t nSize, int nFlags)
+                                {
+                                    if (nSize == 16 + 10)
+                                    {
+                                        m_folder.WriteFile("f", "0123456789grown");
+                                    }
+                                    return g_callSend.Real(s, pData, nSize, nFlags);
+                                });
+    m_peer.Send(Wire::Dfil(10, 0, Widen(strPath)));
+    EXPECT_EQ(Wire::GetCode(m_peer.ReceivePacket()), "DFRT");
+    for (const char* pszBlock : {"0123456789", "grown", ""})
+    {
+        EXPECT_EQ(Hex(m_peer.ReceivePacket()), Hex(Wire::Dfrb(10, pszBlock)));
+    }
+}
+
 TEST_F(DownloadRequest, HostIsToldBeforeEachBlockIsRead)
 {
     Download(8, m_folder.WriteFile("f", Pattern(100000)), {65536, 34464, 0});

@@ -134,6 +134,21 @@ protected:
     {
         connection.Socket().Send(Wire::Dfrt(dwID, 0, 4, 0) + Wire::Dfrb(dwID, "1234"));
     }
+    // Downloads into the local folder come one after the other over a single connection.
+    void ExpectOneConnectionFor(const CNames& listNames) const
+    {
+        CPeerScript peer;
+        CToolProcess tool(
+            Arguments("download", peer.GetPeer(), listNames, {"-o", m_local.GetPath()}));
+        CPeerConnection only = peer.AcceptOne();
+        for (size_t i = 0; i < listNames.size(); ++i)
+        {
+            const unsigned int dwID = Wire::GetU32(only.Expect("DFIL"), 12);
+            GiveFile(only, dwID);
+        }
+        EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
+        EXPECT_FALSE(peer.HasCaller());
+    }
 
     CTempFolder m_local;
 };
@@ -305,34 +320,14 @@ TEST_F(JobsTool, TargetsThatAreOneFileAreWrittenOneAfterTheOther)
 {
     m_local.WriteFile("real", "old");
     fs::create_symlink("real", m_local.GetPath("link"));
-    CPeerScript peer;
-    CToolProcess tool(
-        Arguments("download", peer.GetPeer(), {"link", "real"}, {"-o", m_local.GetPath()}));
-    CPeerConnection only = peer.AcceptOne();
-    for (int i = 0; i < 2; ++i)
-    {
-        const unsigned int dwID = Wire::GetU32(only.Expect("DFIL"), 12);
-        GiveFile(only, dwID);
-    }
-    EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
-    EXPECT_FALSE(peer.HasCaller());
+    ExpectOneConnectionFor({"link", "real"});
     EXPECT_EQ(ReadFile(m_local.GetPath("real")), "1234");
 }
 
 TEST_F(JobsTool, LinkThatLeadsToATargetStillToComeIsWrittenInTurn)
 {
     fs::create_symlink("later", m_local.GetPath("link"));
-    CPeerScript peer;
-    CToolProcess tool(
-        Arguments("download", peer.GetPeer(), {"later", "link"}, {"-o", m_local.GetPath()}));
-    CPeerConnection only = peer.AcceptOne();
-    for (int i = 0; i < 2; ++i)
-    {
-        const unsigned int dwID = Wire::GetU32(only.Expect("DFIL"), 12);
-        GiveFile(only, dwID);
-    }
-    EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
-    EXPECT_FALSE(peer.HasCaller());
+    ExpectOneConnectionFor({"later", "link"});
     EXPECT_TRUE(fs::is_symlink(m_local.GetPath("link")));
     EXPECT_EQ(ReadFile(m_local.GetPath("later")), "1234");
 }

@@ -45,63 +45,46 @@ private:
     IFileClientCallback& m_callback;
 };
 
-class CSubmitClient final : public IFileClient
+// TClient is one of the two client interfaces: its callback, and what they call differently.
+template <class TClient, class TInterface, TClient* (*FN_CREATE)(TInterface*),
+          Orb_BOOL (TClient::*FN_START)(unsigned short*, unsigned int, unsigned int, unsigned short,
+                                        unsigned int),
+          Orb_BOOL (TClient::*FN_STOP)()>
+class CFileClient final : public IFileClient
 {
 public:
-    explicit CSubmitClient(IFileClientCallback& callback)
-        : m_callback(callback), m_pClient(CreateSubmitFileClient(&m_callback))
+    explicit CFileClient(IFileClientCallback& callback)
+        : m_callback(callback), m_pClient(FN_CREATE(&m_callback))
     {
     }
-    ~CSubmitClient() override
+    ~CFileClient() override
     {
         m_pClient->Release();
     }
-    CSubmitClient(const CSubmitClient&) = delete;
-    CSubmitClient& operator=(const CSubmitClient&) = delete;
+    CFileClient(const CFileClient&) = delete;
+    CFileClient& operator=(const CFileClient&) = delete;
 
     bool Start(unsigned short* pName, unsigned int dwAddress, unsigned short wPort,
                unsigned int dwTimeoutMs) override
     {
-        return m_pClient->StartFileSubmit(pName, 0, dwAddress, wPort, dwTimeoutMs) != Orb_FALSE;
+        return (m_pClient->*FN_START)(pName, 0, dwAddress, wPort, dwTimeoutMs) != Orb_FALSE;
     }
     bool Stop() override
     {
-        return m_pClient->StopFileSubmit() != Orb_FALSE;
+        return (m_pClient->*FN_STOP)() != Orb_FALSE;
     }
 
 private:
-    CForwardingCallback<ISubmitFileClientCallback> m_callback;
-    ISubmitFileClient* m_pClient;  // owned, released
+    CForwardingCallback<TInterface> m_callback;
+    TClient* m_pClient;  // owned, released
 };
 
-class CDownloadClient final : public IFileClient
-{
-public:
-    explicit CDownloadClient(IFileClientCallback& callback)
-        : m_callback(callback), m_pClient(CreateDownloadFileClient(&m_callback))
-    {
-    }
-    ~CDownloadClient() override
-    {
-        m_pClient->Release();
-    }
-    CDownloadClient(const CDownloadClient&) = delete;
-    CDownloadClient& operator=(const CDownloadClient&) = delete;
-
-    bool Start(unsigned short* pName, unsigned int dwAddress, unsigned short wPort,
-               unsigned int dwTimeoutMs) override
-    {
-        return m_pClient->StartFileDownload(pName, 0, dwAddress, wPort, dwTimeoutMs) != Orb_FALSE;
-    }
-    bool Stop() override
-    {
-        return m_pClient->StopFileDownload() != Orb_FALSE;
-    }
-
-private:
-    CForwardingCallback<IDownloadFileClientCallback> m_callback;
-    IDownloadFileClient* m_pClient;  // owned, released
-};
+using CSubmitClient =
+    CFileClient<ISubmitFileClient, ISubmitFileClientCallback, CreateSubmitFileClient,
+                &ISubmitFileClient::StartFileSubmit, &ISubmitFileClient::StopFileSubmit>;
+using CDownloadClient =
+    CFileClient<IDownloadFileClient, IDownloadFileClientCallback, CreateDownloadFileClient,
+                &IDownloadFileClient::StartFileDownload, &IDownloadFileClient::StopFileDownload>;
 
 }  // namespace
 
