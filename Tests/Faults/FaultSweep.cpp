@@ -258,6 +258,6 @@ CNothingLeft::CNothingLeft()
 void CNothingLeft::Expect() const
 {
     EXPECT_EQ(CountLibraryBlocks(), m_nBlocks) << "memory is left behind";
-    EXPECT_LE(CountThreads(), m_nThreads) << "a thread is left behind";
+    EXPECT_TRUE(HasThreads(m_nThreads)) << "a thread is left behind";
     EXPECT_EQ(CountDescriptors(), m_nDescriptors) << "a descriptor is left behind, or closed twice";
 }

@@ -88,7 +88,7 @@ protected:
     {
         const long nKiB = m_server.GetResidentKiB();
         printf("attack: %s %ld KiB, at the start %ld KiB\n", pszWhen, nKiB, m_nResidentKiB);
-        EXPECT_TRUE(nKiB <= m_nResidentKiB + SPARE_KIB || IS_SANITIZED);
+        EXPECT_TRUE(nKiB <= m_nResidentKiB + SPARE_KIB || IsMemoryShared());
     }
 
     const size_t m_nCrowd = IsFullStress() ? 5000 : 504;

@@ -121,6 +121,10 @@ TEST_F(NoDescriptors, NewcomersAreTurnedAwayAndThoseWhoAreThereAreServed)
 // Even the one that is kept for turning newcomers away goes to another thread of the process.
 TEST_F(NoDescriptors, NewcomersWaitWhileTheHostTakesEveryDescriptor)
 {
+    if (IsEmulated())
+    {
+        GTEST_SKIP() << "now and then this hangs in the emulator, which opens files of its own";
+    }
     CRawSocket peer = Browse();
     ExpectServed(peer);
     EXPECT_EQ(m_server.Obey("hoard"), "done");

@@ -137,7 +137,7 @@ protected:
     }
     bool HasGrown(const CRest& rest) const
     {
-        return !IS_SANITIZED && !m_rests.empty() &&
+        return !IsMemoryShared() && !m_rests.empty() &&
                (rest.m_nHeapKiB > m_rests.front().m_nHeapKiB + MAX_GROWTH_KIB ||
                 rest.m_nOtherKiB > m_rests.front().m_nOtherKiB + MAX_GROWTH_KIB);
     }

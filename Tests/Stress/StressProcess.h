@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "Emulator.h"
+
 // A sanitizer keeps books beside the program, so that its memory tells nothing, and needs
 // descriptors of its own for that.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -12,6 +14,13 @@ const bool IS_SANITIZED = true;
 #else
 const bool IS_SANITIZED = false;
 #endif
+
+// The memory of a process is not its program's alone: a sanitizer or an emulator has the most of
+// it.
+inline bool IsMemoryShared()
+{
+    return IS_SANITIZED || IsEmulated();
+}
 
 // True when the environment asks for the full size (OSPREY_STRESS=full) instead of the everyday
 // one.

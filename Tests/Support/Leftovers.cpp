@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "Emulator.h"
 #include "RawSocket.h"
 
 namespace
@@ -56,6 +57,17 @@ int CountThreads()
     return nCount;
 }
 
+bool HasThreads(int nMost)
+{
+    bool bHas = CountThreads() <= nMost;
+    for (int i = 0; !bHas && IsEmulated() && i < WAIT_MS; ++i)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        bHas = CountThreads() <= nMost;
+    }
+    return bHas;
+}
+
 int CountDescriptors()
 {
     return CountEntries("/proc/self/fd");
@@ -65,7 +77,7 @@ CLeftovers::CLeftovers() : m_nThreads(CountThreads()), m_nDescriptors(CountDescr
 
 bool CLeftovers::IsNone() const
 {
-    return CountThreads() <= m_nThreads && CountDescriptors() <= m_nDescriptors;
+    return HasThreads(m_nThreads) && CountDescriptors() <= m_nDescriptors;
 }
 
 void CLeftovers::ExpectNone() const

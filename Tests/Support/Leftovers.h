@@ -6,6 +6,10 @@
 int CountThreads();
 int CountDescriptors();
 
+// Whether there are so many threads at most, at this very moment. An emulator ends a thread only
+// after it has let go whoever joins it: there, whether it is so soon.
+bool HasThreads(int nMost);
+
 // Remembers how many there were; later tells whether anything was left behind.
 class CLeftovers
 {

@@ -24,13 +24,8 @@ CChannelPacketServer::~CChannelPacketServer()
 // One name for every kind of adding: what reads these records expects it.
 void CChannelPacketServer::WriteAddRecord(unsigned int dwChannel)
 {
-    if (DebugRecordsEnabled())
-    {
-        CDebugText text;
-        text << "AddChannel = " << dwChannel;
-        WriteDebugRecord(text, __FILE__, __LINE__,
-                         "Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32)");
-    }
+    OSPREY_DEBUG_RECORD_OF("Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32)",
+                           "AddChannel = " << dwChannel);
 }
 
 Orb_BOOL CChannelPacketServer::AddChannel(Orb_U32 channel)

@@ -1,7 +1,10 @@
 #ifndef OSPREY_DEBUGLOG_H
 #define OSPREY_DEBUGLOG_H
 
-// Internal header. Debug records on the logger "Harbor.Libraries.LibOspreyClient".
+// Internal header. Debug records on the logger "Harbor.Libraries.LibOspreyClient". In a build
+// without log4cplus (OSPREY_NO_LOG4CPLUS) there is the macro alone, and it does nothing.
+
+#ifndef OSPREY_NO_LOG4CPLUS
 
 #include <string>
 
@@ -14,16 +17,17 @@ bool DebugRecordsEnabled();
 void WriteDebugRecord(const std::string& strRecord, const char* pszFile, int nLine,
                       const char* pszFunction);
 
-// Builds the text only when it will be written. `record` is what would follow `stream <<`.
+// Builds the text only when it will be written. `record` is what would follow `stream <<`;
+// `function` is named as the one that writes it.
 // clang-format off
-#define OSPREY_DEBUG_RECORD(record)                                                     \
+#define OSPREY_DEBUG_RECORD_OF(function, record)                                        \
     do                                                                                  \
     {                                                                                   \
         if (DebugRecordsEnabled())                                                      \
         {                                                                               \
             CDebugText text;                                                            \
             text << record; /* NOLINT(bugprone-macro-parentheses): part of a chain */   \
-            WriteDebugRecord(text, __FILE__, __LINE__, __PRETTY_FUNCTION__);            \
+            WriteDebugRecord(text, __FILE__, __LINE__, function);                       \
         }                                                                               \
     } while (false)
 // clang-format on
@@ -43,5 +47,34 @@ public:
 private:
     std::string m_strText;
 };
+
+#else
+
+// Still looked at by the compiler, so that a record cannot break one of the builds unnoticed.
+class CDebugText
+{
+public:
+    template <typename TPiece>
+    CDebugText& operator<<(TPiece /*piece*/)
+    {
+        return *this;
+    }
+};
+
+// clang-format off
+#define OSPREY_DEBUG_RECORD_OF(function, record)                                        \
+    do                                                                                  \
+    {                                                                                   \
+        if (false)                                                                      \
+        {                                                                               \
+            CDebugText text;                                                            \
+            text << record; /* NOLINT(bugprone-macro-parentheses): part of a chain */   \
+        }                                                                               \
+    } while (false)
+// clang-format on
+
+#endif
+
+#define OSPREY_DEBUG_RECORD(record) OSPREY_DEBUG_RECORD_OF(__PRETTY_FUNCTION__, record)
 
 #endif

@@ -26,7 +26,7 @@ CWXSPBrowserHandler::~CWXSPBrowserHandler()
     CWXSPBrowserHandler::OnShutdown();
     if (m_pszConnectionName != nullptr)
     {
-        m_pServer->OnDisconnect(m_pszConnectionName);
+        m_pServer->OnDisconnect(m_pStream, m_pszConnectionName);
         delete[] m_pszConnectionName;
     }
     for (const auto& entry : m_mapHandlers)
@@ -192,7 +192,7 @@ void CWXSPBrowserHandler::RemoveHandler(unsigned int dwRequestID)
 
 unsigned int CWXSPBrowserHandler::OnRequest(KS_REQUEST eRequest, void* pRecord)
 {
-    return m_pServer->OnRequest(eRequest, pRecord);
+    return m_pServer->OnRequest(m_pStream, eRequest, pRecord);
 }
 
 void CWXSPBrowserHandler::Send(CRequestIDSimpleTCPStreamBuffer* pBuffer)

@@ -47,7 +47,7 @@ bool WriteLine(const char* pszPath, const char* pszLine)
 std::string RunTestAgain()
 {
     const auto* pInfo = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string strName = "FaultsTests";
+    std::string strName = "test";
     std::string strFilter =
         std::string("--gtest_filter=") + pInfo->test_suite_name() + "." + pInfo->name();
     char* const arguments[] = {strName.data(), strFilter.data(), nullptr};
