@@ -26,11 +26,12 @@ std::set<std::string> ReadExports()
 }
 
 const char* const INTERFACES[] = {
-    "IOspreyServer",       "IOspreyServerCallback",
-    "IOspreyProgress",     "IFileClientCallback",
-    "ISubmitFileClient",   "ISubmitFileClientCallback",
-    "IDownloadFileClient", "IDownloadFileClientCallback",
-    "IWXSPChannelClient",  "IWXSPChannelClientCallback",
+    "IOspreyServer",           "IOspreyServerCallback",
+    "IOspreyProgress",         "IFileClientCallback",
+    "ISubmitFileClient",       "ISubmitFileClientCallback",
+    "IDownloadFileClient",     "IDownloadFileClientCallback",
+    "IWXSPChannelClient",      "IWXSPChannelClientCallback",
+    "IOspreyConnectionFilter",
 };
 
 TEST(ExportedSymbols, AreTheFunctionsAndTheTypesOfTheInterfaces)

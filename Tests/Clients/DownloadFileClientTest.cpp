@@ -125,6 +125,7 @@ TEST_F(DownloadFileClient, BlockPastTheAnnouncedSizeIsWrittenWholeAndEndsTheFile
                   Wire::Dfrb(2, "never"));
     ExpectEvents({"connected", "next", "progress 100", "completed", "no more"});
     EXPECT_EQ(ReadFile(m_strLocal), "0123456789ABCDEF");
+    EXPECT_EQ(m_run.m_pClient->GetAnnouncedSize(), 10U);
 }
 
 TEST_F(DownloadFileClient, StopWhileBlocksArriveDeletesThePartAndCancelsOnce)

@@ -28,6 +28,11 @@ void CDownloadFileClientImpl::Release()
     ReleaseClient();
 }
 
+Orb_U64 CDownloadFileClientImpl::GetAnnouncedSize()
+{
+    return static_cast<Orb_U64>(m_llTotalSize);
+}
+
 void CDownloadFileClientImpl::ReleaseParts()
 {
     m_stopPipe.Destroy();

@@ -23,6 +23,7 @@ public:
                                unsigned int dwConnectTimeoutMs) override;
     Orb_BOOL StopFileDownload() override;
     void Release() override;
+    Orb_U64 GetAnnouncedSize() override;
 
     Orb_BOOL ProcessWXSPacket(PWXS_PACKET pPacket) override;
     Orb_BOOL ProcessDownloadFileRet(PWXS_PACKET pPacket);

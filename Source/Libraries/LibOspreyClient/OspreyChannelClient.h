@@ -65,6 +65,7 @@ protected:
     ~IWXSPChannelClientCallback() {}
 };
 
+// A channel client: one connection at a time, made anew whenever it is lost.
 class OSPREY_API IWXSPChannelClient
 {
 public:

@@ -92,18 +92,21 @@ protected:
     ~IFileClientCallback() {}
 };
 
+// What an upload client tells its host.
 class OSPREY_API ISubmitFileClientCallback : public IFileClientCallback
 {
 protected:
     ~ISubmitFileClientCallback() {}
 };
 
+// What a download client tells its host.
 class OSPREY_API IDownloadFileClientCallback : public IFileClientCallback
 {
 protected:
     ~IDownloadFileClientCallback() {}
 };
 
+// An upload client: one connection, one file after another.
 class OSPREY_API ISubmitFileClient
 {
 public:
@@ -139,6 +142,7 @@ protected:
     ~ISubmitFileClient() {}
 };
 
+// A download client: one connection, one file after another.
 class OSPREY_API IDownloadFileClient
 {
 public:
@@ -153,13 +157,20 @@ public:
     // Deletes the client, after a stop if a run was not stopped yet.
     virtual void Release() = 0;
 
+    // The size of the current file as the peer announced it, bytes. From inside OnProgress and
+    // OnFileCompleted only. The last block may go past it, as it does when the file grows at the
+    // peer meanwhile: compare before you take the file for whole.
+    virtual Orb_U64 GetAnnouncedSize() = 0;
+
 protected:
     ~IDownloadFileClient() {}
 };
 
-// Build a client that is not started yet; open nothing. pCallback must not be null: a start is
-// refused without it. Throw std::bad_alloc; never return null.
+// Builds a client that is not started yet; opens nothing. pCallback must not be null: a start is
+// refused without it. Throws std::bad_alloc; never returns null.
 OSPREY_API ISubmitFileClient* CreateSubmitFileClient(ISubmitFileClientCallback* pCallback);
+
+// As CreateSubmitFileClient.
 OSPREY_API IDownloadFileClient* CreateDownloadFileClient(IDownloadFileClientCallback* pCallback);
 
 #endif

@@ -6,20 +6,22 @@
 //   host threads                        worker thread (one a server)
 //   ------------                        ----------------------------
 //   CreateOspreyServer
+//   SetConnectionFilter
 //   Startup            ---- starts ---> accepts, receives, reads and writes files
 //   PutChannelPacket   --- (store) ---> sends channel packets
 //   TerminateTask      ---- wakes  ---> detaches one connection
+//                                       OnAccept
 //                                       OnRequest, OnDisconnect, IOspreyProgress::OnProgress
 //   EndAllConnections  ---- wakes  ---> closes the listener, detaches every connection
 //   Shutdown           ---- joins  ---> ends
 //   Release
 //
 // Every call into the host runs on the worker thread, and while it runs nothing else of this server
-// moves: answer promptly, and do not throw. A callback may call TerminateTask, PutChannelPacket,
-// GetChannelMaxBufferUsage and EndAllConnections (which then does not wait). On other threads every
-// operation may be called at any time, Startup and Shutdown too: they wait for each other. Release
-// is the last call. From inside a callback Startup is refused, and Shutdown and Release only ask
-// the worker to end.
+// moves: answer promptly, and do not throw. A callback may call TerminateTask, GetCallbackTask,
+// PutChannelPacket, FlushChannelPackets, GetChannelMaxBufferUsage and EndAllConnections (which then
+// does not wait). On other threads every operation may be called at any time, Startup and Shutdown
+// too: they wait for each other. Release is the last call. From inside a callback Startup is
+// refused, and Shutdown and Release only ask the worker to end.
 
 #include <string>
 
@@ -63,9 +65,10 @@ protected:
 // refuse a request, name a path that cannot exist, such as "/dev/null/refused": the peer then gets
 // the protocol's own error (a DELT of such a path is answered with success and does nothing).
 
+// Of KS_REQUEST_UPLOAD_FILE: a peer wants to send a file.
 struct KS_UPLOAD_FILE
 {
-    const char* pszConnection;
+    const char* pszConnection;    // name of the connection; null if none
     const char* pszName;          // as the peer sent it
     Orb_U32 dwAttributes;         // as the peer sent them; not applied to the file
     Orb_U64 ullSize;              // bytes the peer announces
@@ -76,29 +79,33 @@ struct KS_UPLOAD_FILE
     Orb_U64 ullProgressContext;   // out; 0 on entry
 };
 
+// Of KS_REQUEST_DOWNLOAD_FILE: a peer wants to be sent a file.
 struct KS_DOWNLOAD_FILE
 {
-    const char* pszConnection;
-    const char* pszName;
+    const char* pszConnection;    // name of the connection; null if none
+    const char* pszName;          // as the peer sent it
     std::string strResolvedPath;  // out
     IOspreyProgress* pProgress;   // out; null on entry
     Orb_U64 ullProgressContext;   // out; 0 on entry
 };
 
+// Of KS_REQUEST_CREATE_DIR: a peer wants to have a directory made.
 struct KS_CREATE_DIR
 {
-    const char* pszConnection;
-    const char* pszPath;
+    const char* pszConnection;    // name of the connection; null if none
+    const char* pszPath;          // as the peer sent it
     std::string strResolvedPath;  // out
 };
 
+// Of KS_REQUEST_DELETE_TREE: a peer wants to have a file deleted.
 struct KS_DELETE_TREE
 {
-    const char* pszConnection;
-    const char* pszPath;
+    const char* pszConnection;    // name of the connection; null if none
+    const char* pszPath;          // as the peer sent it
     std::string strResolvedPath;  // out
 };
 
+// Of KS_REQUEST_NAME_CONNECTION: a peer names its connection.
 struct KS_NAME_CONNECTION
 {
     const char* pszName;           // the name being given; a later one replaces it
@@ -124,6 +131,23 @@ protected:
     ~IOspreyServerCallback() {}
 };
 
+// Decides which connections are taken. Implemented by the host, never deleted by the library; it
+// must outlive Release, or until another one is set.
+class OSPREY_API IOspreyConnectionFilter
+{
+public:
+    // Somebody has connected. dwAddress (IPv4) and wPort are the other end's, in host byte order;
+    // dwConnections are there already, those that are just ending included. True takes the
+    // connection. False closes it at once: nothing of what the peer sent is read, nothing is sent,
+    // and no other callback ever tells of it. Runs on the worker thread.
+    virtual Orb_BOOL OnAccept(unsigned int dwAddress, unsigned short wPort,
+                              unsigned int dwConnections) = 0;
+
+protected:
+    ~IOspreyConnectionFilter() {}
+};
+
+// A server: one listening port, any number of connections, one worker thread.
 class OSPREY_API IOspreyServer
 {
 public:
@@ -187,6 +211,16 @@ public:
     // segment of its own from then on, instead of gathering small ones (RFC 896). Harmless when
     // nothing runs.
     virtual void FlushChannelPackets() = 0;
+
+    // Asks pFilter about every connection from the next Startup on; null, as at the beginning,
+    // takes all of them. False, and nothing changes, while the server runs. Any thread but the
+    // worker's.
+    virtual Orb_BOOL SetConnectionFilter(IOspreyConnectionFilter* pFilter) = 0;
+
+    // Inside OnRequest and OnDisconnect: the task, for TerminateTask, of the connection that the
+    // call is about, whether it has a name or not. It stays valid as long as the connection: in
+    // every OnProgress of a transfer it is that of the transfer still. 0 anywhere else.
+    virtual long GetCallbackTask() = 0;
 };
 
 // Builds a server that is not started yet; opens nothing. pCallback may be null: every request is

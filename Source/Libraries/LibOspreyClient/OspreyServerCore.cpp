@@ -1,11 +1,14 @@
 #include "OspreyServerCore.h"
 
 #include <malloc.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 #include "OspreyAssert.h"
@@ -135,8 +138,26 @@ COspreyServerStream* COspreyServer::MakeStream()
     return pStream;
 }
 
-void COspreyServer::ProcessClientConnect(int s, const CSocketAddress& /*addrRemote*/)
+bool COspreyServer::IsWelcome(const CSocketAddress& addrRemote)
 {
+    const sockaddr* pAddress = addrRemote.GetAddress();
+    if (m_pFilter == nullptr || pAddress->sa_family != AF_INET)
+    {
+        return m_pFilter == nullptr;
+    }
+    sockaddr_in address{};
+    memcpy(&address, pAddress, sizeof address);
+    return m_pFilter->OnAccept(ntohl(address.sin_addr.s_addr), ntohs(address.sin_port),
+                               static_cast<unsigned int>(m_listStreams.GetSize())) != Orb_FALSE;
+}
+
+void COspreyServer::ProcessClientConnect(int s, const CSocketAddress& addrRemote)
+{
+    if (!IsWelcome(addrRemote))
+    {
+        close(s);
+        return;
+    }
     COspreyServerStream* pStream = MakeStream();
     if (pStream == nullptr)
     {
@@ -339,19 +360,24 @@ void COspreyServer::FlushWaitingHandlers()
     }
 }
 
-unsigned int COspreyServer::OnRequest(KS_REQUEST eRequest, void* pRecord)
+unsigned int COspreyServer::OnRequest(COspreyServerStream* pStream, KS_REQUEST eRequest,
+                                      void* pRecord)
 {
     if (m_pCallback != nullptr)
     {
+        m_pCalledAbout = pStream;
         m_pCallback->OnRequest(eRequest, pRecord);
+        m_pCalledAbout = nullptr;
     }
     return 0;
 }
 
-void COspreyServer::OnDisconnect(const char* pszName)
+void COspreyServer::OnDisconnect(COspreyServerStream* pStream, const char* pszName)
 {
     if (m_pCallback != nullptr)
     {
+        m_pCalledAbout = pStream;
         m_pCallback->OnDisconnect(pszName);
+        m_pCalledAbout = nullptr;
     }
 }

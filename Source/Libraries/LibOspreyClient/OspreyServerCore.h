@@ -93,9 +93,21 @@ public:
     }
     int GetStreamCount();
 
-    // Asks the host. 0 in every case: a request handler never learns what the host answered.
-    unsigned int OnRequest(KS_REQUEST eRequest, void* pRecord);
-    void OnDisconnect(const char* pszName);
+    // Null: every connection is taken. REQUIRES: the worker does not run.
+    void SetConnectionFilter(IOspreyConnectionFilter* pFilter)
+    {
+        m_pFilter = pFilter;
+    }
+    // The task of the connection that the host is being called about, or 0. Inside a call only.
+    long GetCallbackTask() const
+    {
+        return reinterpret_cast<long>(m_pCalledAbout);
+    }
+
+    // Asks the host, for a connection. 0 in every case: a request handler never learns what the
+    // host answered.
+    unsigned int OnRequest(COspreyServerStream* pStream, KS_REQUEST eRequest, void* pRecord);
+    void OnDisconnect(COspreyServerStream* pStream, const char* pszName);
 
     CIOEngine* GetEngine() const
     {
@@ -121,6 +133,7 @@ private:
     void ProcessHostRequests(void*);
     void DetachTerminated();
     void FlushWaitingHandlers();
+    bool IsWelcome(const CSocketAddress& addrRemote);
     COspreyServerStream* MakeStream();
     void ListStream(COspreyServerStream* pStream);
     void UnlistStream(COspreyServerStream* pStream);
@@ -133,7 +146,9 @@ private:
     std::atomic<bool> m_bTerminateRequested{false};  // of some stream
     std::atomic<bool> m_bFlushRequested{false};
     std::atomic<bool> m_bEndRequested{false};
-    bool m_bEndingNow = false;  // EndAllNow runs
+    bool m_bEndingNow = false;                     // EndAllNow runs
+    IOspreyConnectionFilter* m_pFilter = nullptr;  // the host's
+    COspreyServerStream* m_pCalledAbout = nullptr;
     CDLinkedList m_listWaitingHandlers;
     CCompletion m_ended;
     CMethodCallbackHandler<COspreyServer, CDeferredHandler> m_handlerHostRequests;

@@ -136,3 +136,23 @@ void COspreyServerImpl::FlushChannelPackets()
 {
     m_server.FlushChannelPackets();
 }
+
+Orb_BOOL COspreyServerImpl::SetConnectionFilter(IOspreyConnectionFilter* pFilter)
+{
+    if (m_thread.IsCurrent())
+    {
+        return Orb_FALSE;
+    }
+    const CAutoSectionLock lock(m_csRun);
+    if (m_thread.IsStarted())
+    {
+        return Orb_FALSE;
+    }
+    m_server.SetConnectionFilter(pFilter);
+    return Orb_TRUE;
+}
+
+long COspreyServerImpl::GetCallbackTask()
+{
+    return m_thread.IsCurrent() || m_server.IsEndingNow() ? m_server.GetCallbackTask() : 0;
+}

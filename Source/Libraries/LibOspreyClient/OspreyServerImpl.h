@@ -26,6 +26,8 @@ public:
     float GetChannelMaxBufferUsage() override;
     Orb_BOOL EndAllConnections(unsigned int dwTimeoutMs) override;
     void FlushChannelPackets() override;
+    Orb_BOOL SetConnectionFilter(IOspreyConnectionFilter* pFilter) override;
+    long GetCallbackTask() override;
 
 private:
     static void* ThreadProc(void* pThis);

@@ -7,7 +7,10 @@
 // Result of an operation: zero is false, anything else true.
 typedef int Orb_BOOL;
 
+// Unsigned, 32 bits.
 typedef unsigned int Orb_U32;
+
+// Unsigned, 64 bits.
 typedef unsigned long long Orb_U64;
 
 enum : Orb_BOOL
