@@ -81,3 +81,29 @@ TEST(Address, NoAddressGivesAReason)
     EXPECT_TRUE(ResolvePeer(Parsed("256.1.1.1.invalid."), strReason).empty());
     EXPECT_FALSE(strReason.empty());
 }
+
+TEST(AddressRange, HoldsWhatSharesItsBits)
+{
+    CAddressRange range;
+    ASSERT_TRUE(ParseRange("192.168.7.9/16", range));
+    EXPECT_TRUE(range.Holds(0xC0A80001));
+    EXPECT_TRUE(range.Holds(0xC0A8FFFF));
+    EXPECT_FALSE(range.Holds(0xC0A90001));
+    ASSERT_TRUE(ParseRange("10.0.0.7", range));
+    EXPECT_TRUE(range.Holds(0x0A000007));
+    EXPECT_FALSE(range.Holds(0x0A000006));
+    ASSERT_TRUE(ParseRange("10.0.0.7/32", range));
+    EXPECT_FALSE(range.Holds(0x0A000006));
+    ASSERT_TRUE(ParseRange("0.0.0.0/0", range));
+    EXPECT_TRUE(range.Holds(0xFFFFFFFF));
+}
+
+TEST(AddressRange, NothingElseIsTaken)
+{
+    CAddressRange range;
+    for (const char* pszText : {"", "host", "1.2.3", "1.2.3.4/", "1.2.3.4/33", "1.2.3.4/-1",
+                                "1.2.3.4/x", "1.2.3.4/255.0.0.0", "::1", "1.2.3.4 ", "/8"})
+    {
+        EXPECT_FALSE(ParseRange(pszText, range)) << pszText;
+    }
+}

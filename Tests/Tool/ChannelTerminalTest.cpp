@@ -11,23 +11,24 @@
 namespace
 {
 
-const char ROWS_OFF[] = "\r\x1B[1A\x1B[J";  // two rows
+const char TWO_ROWS[] = "\r\x1B[1A\x1B[?7h";  // drawn, the cursor at their beginning
+const char TWO_ROWS_OFF[] = "\r\x1B[1A\x1B[?7h\r\x1B[K \x1B[J\r";  // and taken off
 
 // What was drawn as rows: between a row that was taken off and the next one.
 std::vector<std::string> DrawnRows(const std::string& strOutput)
 {
     std::vector<std::string> listRows;
-    size_t nFrom = strOutput.find("\x1B[J");
+    size_t nFrom = strOutput.find("\x1B[J\r");
     while (nFrom != std::string::npos)
     {
-        nFrom += 3;
+        nFrom += 4;
         const size_t nTo = strOutput.find_first_of("\r\n", nFrom);
         const std::string strRow = strOutput.substr(nFrom, nTo - nFrom);
         if (strRow.compare(0, 8, "channel ") == 0)
         {
             listRows.push_back(strRow);
         }
-        nFrom = strOutput.find("\x1B[J", nFrom);
+        nFrom = strOutput.find("\x1B[J\r", nFrom);
     }
     return listRows;
 }
@@ -39,6 +40,7 @@ protected:
     {
         const std::vector<std::string> listRows = DrawnRows(strOutput);
         EXPECT_FALSE(listRows.empty());
+        EXPECT_TRUE(HasOnlyCursorSequences(strOutput));
         for (const std::string& strRow : listRows)
         {
             EXPECT_LE(TextColumns(strRow), GetParam() - 3) << strRow;
@@ -58,7 +60,7 @@ void WaitForRows(CToolProcess& tool)
                                    size_t nAt = 0;
                                    for (int i = 0; i < 4 && nAt != std::string::npos; ++i)
                                    {
-                                       nAt = strOutput.find(ROWS_OFF, nAt + 1);
+                                       nAt = strOutput.find(TWO_ROWS, nAt + 1);
                                    }
                                    return nAt != std::string::npos;
                                }));
@@ -120,10 +122,10 @@ TEST(ChannelOnTerminal, LinesTakeTheRowsOff)
     EXPECT_EQ(publisher.Stop(), 0);
     ASSERT_TRUE(tool.WaitForOutput("lost"));
     const std::string& strOutput = tool.GetOutput();
-    const size_t nLine = strOutput.rfind(ROWS_OFF, strOutput.find("lost"));
+    const size_t nLine = strOutput.rfind(TWO_ROWS_OFF, strOutput.find("lost"));
     ASSERT_NE(nLine, std::string::npos);
     // "12:34:56 lost" follows at once.
-    EXPECT_EQ(strOutput.find("lost", nLine), nLine + sizeof ROWS_OFF - 1 + 9);
+    EXPECT_EQ(strOutput.find("lost", nLine), nLine + sizeof TWO_ROWS_OFF - 1 + 9);
     ASSERT_TRUE(tool.WaitForOutput("not connected"));
 }
 
@@ -164,7 +166,7 @@ TEST(ChannelOnTerminal, StoppedOutputStopsNoPackets)
                                         return end.Receive(strData, 10);
                                     }));
     publisher.Type("\x13");
-    // Rows are drawn ten times a second: there are many while these go through.
+    // Rows are drawn eight times a second: there are many while these go through.
     for (int i = 0; i < 20 && !testing::Test::HasFailure(); ++i)
     {
         const std::string strNumber = std::to_string(i);

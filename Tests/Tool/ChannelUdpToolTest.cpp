@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Emulator.h"
 #include "Hex.h"
 #include "Publisher.h"
 #include "RawSocket.h"
@@ -115,6 +116,10 @@ TEST(ChannelUdpSource, SendersThatAreNotNamedAreLeftOut)
 
 TEST(ChannelUdpSource, GroupIsJoinedOnTheInterfaceThatIsNamed)
 {
+    if (IsEmulated())
+    {
+        GTEST_SKIP() << "the emulator loses the number of the interface";
+    }
     const char* pszGroup = "239.255.77.1";
     CPublisher publisher({"--channel", std::string("1=udp:") + pszGroup + ":0%lo"});
     CUdpEnd sender;

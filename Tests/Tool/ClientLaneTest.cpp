@@ -37,10 +37,10 @@ public:
         ++m_counts.m_nBegun;
         throw std::bad_alloc();
     }
-    void Move(unsigned int) override {}
-    void Complete() override {}
+    void Move(unsigned int, Orb_U64) override {}
+    void Complete(Orb_U64) override {}
     // No more memory than before.
-    void Fail(const std::string&) override
+    void Fail(const std::string&, int) override
     {
         ++m_counts.m_nFailed;
         throw std::bad_alloc();
@@ -64,6 +64,10 @@ public:
     bool Stop() override
     {
         return true;
+    }
+    Orb_U64 Announced() override
+    {
+        return 0;
     }
 };
 

@@ -157,3 +157,39 @@ TEST(CommandLine, ConnectionNamesHaveAtMost259Units)
     EXPECT_NE(Fault({"submit", "h", "a", "--name", strLonger.c_str()}).find("--name"),
               std::string::npos);
 }
+
+TEST(CommandLine, ServeTakesLimits)
+{
+    COptions options;
+    ASSERT_TRUE(Parse({"serve", "--root", "d", "--max-file", "10M", "--max-total", "2G",
+                       "--max-connections", "9", "--allow", "10.0.0.0/8", "--allow", "127.0.0.1"},
+                      options)
+                    .m_bRun);
+    EXPECT_EQ(options.m_ullMaxFile, 10485760U);
+    EXPECT_EQ(options.m_ullMaxTotal, 2147483648U);
+    EXPECT_EQ(options.m_admission.m_dwMostConnections, 9U);
+    ASSERT_EQ(options.m_admission.m_listAllowed.size(), 2U);
+    EXPECT_TRUE(options.m_admission.m_listAllowed[1].Holds(0x7F000001));
+}
+
+TEST(CommandLine, PublishTakesTheLimitsOfConnections)
+{
+    COptions options;
+    ASSERT_TRUE(
+        Parse({"publish", "--channel", "1=-", "--max-connections", "9", "--allow", "1.2.3.4"},
+              options)
+            .m_bRun);
+    EXPECT_EQ(options.m_admission.m_dwMostConnections, 9U);
+    EXPECT_NE(Fault({"publish", "--channel", "1=-", "--max-file", "1"}), "");
+}
+
+TEST(CommandLine, LimitsThatAreNoneAreToldAbout)
+{
+    EXPECT_EQ(Fault({"serve", "--root", "d", "--max-file", "10X"}).substr(0, 24),
+              "--max-file: not a size, ");
+    EXPECT_EQ(Fault({"serve", "--root", "d", "--max-total", "0"}).substr(0, 25),
+              "--max-total: not a size, ");
+    EXPECT_EQ(Fault({"serve", "--root", "d", "--allow", "::1"}).substr(0, 28),
+              "--allow: not an IPv4 address");
+    EXPECT_NE(Fault({"serve", "--root", "d", "--max-connections", "0"}), "");
+}

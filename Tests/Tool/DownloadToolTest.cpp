@@ -119,7 +119,7 @@ TEST_F(DownloadTool, MissingFileGives1AndLeavesTheOldOne)
     const CToolRun second({"download", served.GetPeer(), "f", "g", "-o", m_local.GetPath()});
     EXPECT_EQ(second.m_nExitCode, 1);
     EXPECT_EQ(second.m_strErrors, "osprey: f: not found at the server, or refused\n");
-    EXPECT_EQ(ListFolder(m_local.GetPath()), (CNames{"f", "g"}));
+    EXPECT_EQ(ListVisible(m_local.GetPath()), (CNames{"f", "g"}));
     EXPECT_EQ(ReadFile(m_local.GetPath("f")), "old");
 }
 

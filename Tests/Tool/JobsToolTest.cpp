@@ -94,8 +94,8 @@ protected:
     // Files of equal names and bytes, and nothing else.
     static void ExpectSame(const std::string& strHere, const std::string& strThere)
     {
-        const CNames listNames = ListFolder(strHere);
-        ASSERT_EQ(ListFolder(strThere), listNames);
+        const CNames listNames = ListVisible(strHere);
+        ASSERT_EQ(ListVisible(strThere), listNames);
         for (const std::string& strName : listNames)
         {
             const fs::path here = fs::path(strHere) / strName;
@@ -119,21 +119,6 @@ protected:
         }
         return listConnections;
     }
-    // An upload request is granted, and its blocks acknowledged.
-    static void TakeFile(CPeerConnection& connection, unsigned int dwID)
-    {
-        connection.Socket().Send(Wire::Upfr(dwID, 0, 0));
-        for (bool bLast = false; !bLast;)
-        {
-            const std::string strBlock = connection.Expect("UPFB");
-            bLast = strBlock.empty() || Wire::GetU32(strBlock, 16) != 0;
-            connection.Socket().Send(Wire::Result("UPBR", dwID, 0));
-        }
-    }
-    static void GiveFile(CPeerConnection& connection, unsigned int dwID)
-    {
-        connection.Socket().Send(Wire::Dfrt(dwID, 0, 4, 0) + Wire::Dfrb(dwID, "1234"));
-    }
     // Downloads into the local folder come one after the other over a single connection.
     void ExpectOneConnectionFor(const CNames& listNames) const
     {
@@ -144,7 +129,7 @@ protected:
         for (size_t i = 0; i < listNames.size(); ++i)
         {
             const unsigned int dwID = Wire::GetU32(only.Expect("DFIL"), 12);
-            GiveFile(only, dwID);
+            only.GiveFile("1234", dwID);
         }
         EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
         EXPECT_FALSE(peer.HasCaller());
@@ -287,8 +272,8 @@ TEST_F(JobsTool, OneConnectionMakesTheFoldersBeforeTheOthersCome)
     CPeerConnection second = peer.AcceptOne();
     const unsigned int dwSecond = Wire::GetU32(second.Expect("UPFI"), 12);
     // Both wait for the test at the same time.
-    TakeFile(second, dwSecond);
-    TakeFile(first, dwFirst);
+    second.TakeFile(dwSecond);
+    first.TakeFile(dwFirst);
     EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
     EXPECT_FALSE(peer.HasCaller());
 }
@@ -308,8 +293,8 @@ TEST_F(JobsTool, NoMoreConnectionsAreOpenedThanThereAreFiles)
         CConnections listConnections = AcceptRequests(peer, 3, bSubmit ? "UPFI" : "DFIL", listIDs);
         for (size_t i = 0; i < 3; ++i)
         {
-            bSubmit ? TakeFile(listConnections[i], listIDs[i])
-                    : GiveFile(listConnections[i], listIDs[i]);
+            bSubmit ? listConnections[i].TakeFile(listIDs[i])
+                    : listConnections[i].GiveFile("1234", listIDs[i]);
         }
         EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
         EXPECT_FALSE(peer.HasCaller());
@@ -378,8 +363,8 @@ TEST_F(JobsTool, ConnectionsThatWereNotAnsweredAreNotWaitedForWhenAllIsDone)
     CPeerConnection first = peer.AcceptOne();
     const unsigned int dwID = Wire::GetU32(first.Expect("UPFI"), 12);
     const CRawSocket unanswered = peer.AcceptUnnamed();
-    TakeFile(first, dwID);
-    TakeFile(first, Wire::GetU32(first.Expect("UPFI"), 12));
+    first.TakeFile(dwID);
+    first.TakeFile(Wire::GetU32(first.Expect("UPFI"), 12));
     EXPECT_EQ(tool.Wait(), 0);
     // Waited for in vain, it would be told.
     EXPECT_EQ(tool.GetErrors(), "");
@@ -410,7 +395,7 @@ TEST_F(JobsTool, LimitOfDescriptorsIsRaised)
     CConnections listConnections = AcceptRequests(peer, JOBS, "UPFI", listIDs);
     for (size_t i = 0; i < JOBS; ++i)
     {
-        TakeFile(listConnections[i], listIDs[i]);
+        listConnections[i].TakeFile(listIDs[i]);
     }
     EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
     EXPECT_EQ(tool.GetErrors(), "");
@@ -484,7 +469,7 @@ TEST_F(JobsTool, OneJobTellsProgressOnceASecondAndNotWhenAFileBegins)
     const unsigned int dwID = Wire::GetU32(only.Expect("UPFI"), 12);
     // Long enough for a main thread that was woken.
     EXPECT_FALSE(peer.HasCallerWithin(100));
-    TakeFile(only, dwID);
+    only.TakeFile(dwID);
     EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
     const auto taken = std::chrono::steady_clock::now() - start;
     const auto nIntervals = static_cast<size_t>(taken / std::chrono::milliseconds(950));
@@ -520,11 +505,11 @@ TEST_F(JobsTool, FurtherConnectionsThatAreRefusedLeaveTheWorkToTheFirst)
     {
         peer.RefuseOne();
     }
-    TakeFile(first, dwID);
+    first.TakeFile(dwID);
     for (size_t i = 1; i < nFiles; ++i)
     {
         dwID = Wire::GetU32(first.Expect("UPFI"), 12);
-        TakeFile(first, dwID);
+        first.TakeFile(dwID);
     }
     EXPECT_EQ(tool.Wait(), 0);
     const std::string strTold =
@@ -546,10 +531,10 @@ TEST_F(JobsTool, LostConnectionTakesItsFileAloneAndGives4)
     ASSERT_TRUE(tool.WaitUntil("the loss", [&] { return !tool.GetErrors().empty(); }));
     EXPECT_EQ(tool.GetErrors(),
               "osprey: " + m_local.GetPath("src/f0") + ": the connection was lost on the way\n");
-    TakeFile(listConnections[1], listIDs[1]);
+    listConnections[1].TakeFile(listIDs[1]);
     for (int i = 0; i < 2; ++i)
     {
-        TakeFile(listConnections[1], Wire::GetU32(listConnections[1].Expect("UPFI"), 12));
+        listConnections[1].TakeFile(Wire::GetU32(listConnections[1].Expect("UPFI"), 12));
     }
     EXPECT_EQ(tool.Wait(), 4);
     EXPECT_NE(tool.GetErrors().find("osprey: 1 of 2 connections to " + peer.GetPeer() + " lost: "),
@@ -568,7 +553,7 @@ TEST_F(JobsTool, SilentConnectionTakesItsFileAloneAndGives4)
                                 {"--stall-timeout", "5"}));
     std::vector<unsigned int> listIDs;
     CConnections listConnections = AcceptRequests(peer, 2, "UPFI", listIDs);
-    TakeFile(listConnections[1], listIDs[1]);
+    listConnections[1].TakeFile(listIDs[1]);
     EXPECT_EQ(tool.Wait(), 4);
     EXPECT_NE(tool.GetErrors().find("osprey: " + m_local.GetPath("src/f0") +
                                     ": the connection was lost on the way\n"),

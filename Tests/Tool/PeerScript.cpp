@@ -22,6 +22,22 @@ std::string CPeerConnection::Expect(const char* pszCode)
     return strPacket;
 }
 
+void CPeerConnection::TakeFile(unsigned int dwID)
+{
+    m_socket.Send(Wire::Upfr(dwID, 0, 0));
+    for (bool bLast = false; !bLast;)
+    {
+        const std::string strBlock = Expect("UPFB");
+        bLast = strBlock.empty() || Wire::GetU32(strBlock, 16) != 0;
+        m_socket.Send(Wire::Result("UPBR", dwID, 0));
+    }
+}
+
+void CPeerConnection::GiveFile(const std::string& strBytes, unsigned int dwID)
+{
+    m_socket.Send(Wire::Dfrt(dwID, 0, strBytes.size(), 0) + Wire::Dfrb(dwID, strBytes));
+}
+
 std::string CPeerScript::GetPeer() const
 {
     return "127.0.0.1:" + std::to_string(m_server.GetPort());

@@ -18,6 +18,11 @@ public:
     // The next request but keep-alives, whose letters must be these. Returns it.
     std::string Expect(const char* pszCode);
 
+    // An upload request is granted, and its blocks acknowledged.
+    void TakeFile(unsigned int dwID);
+    // A download request is granted, with these bytes.
+    void GiveFile(const std::string& strBytes, unsigned int dwID);
+
     CRawSocket& Socket()
     {
         return m_socket;
@@ -50,6 +55,11 @@ public:
     }
     // The same, or one comes in that time.
     bool HasCallerWithin(int nMilliseconds) const;
+
+    CPeerConnection& Connection()
+    {
+        return m_connection;
+    }
 
     // For a tool with one connection.
     void Accept()

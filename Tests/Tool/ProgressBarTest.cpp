@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "SubmitCommand.h"
+#include "Submission.h"
 #include "Text.h"
 
 namespace

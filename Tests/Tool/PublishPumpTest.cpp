@@ -45,6 +45,14 @@ public:
     {
         m_strCalls += "flush. ";
     }
+    Orb_BOOL SetConnectionFilter(IOspreyConnectionFilter* /*pFilter*/) override
+    {
+        return Orb_TRUE;
+    }
+    long GetCallbackTask() override
+    {
+        return 0;
+    }
 
     std::string m_strCalls;
 };

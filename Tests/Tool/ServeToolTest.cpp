@@ -130,13 +130,15 @@ TEST(ServeTool, EmptyFileIsDownloaded)
     EXPECT_EQ(served.Tool().WaitForEvent("download")["bytes"], 0);
 }
 
-TEST(ServeTool, LinkThatStaysInsideIsServed)
+TEST(ServeTool, LinkThatStaysInsideIsNotServed)
 {
     CServedFolder served;
     served.Around().WriteFile("root/real", "1234");
     fs::create_symlink("real", served.GetPath("link"));
     CRawSocket peer = served.Connect();
-    EXPECT_EQ(Download(peer, 2, u"link"), "1234");
+    peer.Send(Wire::Dfil(2, 0, u"link"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 5U);
+    EXPECT_EQ(served.Tool().WaitForEvent("refused")["reason"], "it is a symbolic link");
 }
 
 TEST(ServeTool, MissingFileFailsWithTheProtocolsCode)
@@ -173,7 +175,7 @@ TEST(ServeTool, DeletionIsTold)
     EXPECT_TRUE(served.List().empty());
 }
 
-TEST(ServeTool, DeletionOfALinkLeavesItsTarget)
+TEST(ServeTool, DeletionOfALinkLeavesBoth)
 {
     CServedFolder served;
     served.Around().WriteFile("root/real", "1");
@@ -181,7 +183,7 @@ TEST(ServeTool, DeletionOfALinkLeavesItsTarget)
     CRawSocket peer = served.Connect();
     peer.Send(Wire::Delt(2, u"link"));
     EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
-    EXPECT_EQ(served.List(), std::vector<std::string>{"real"});
+    EXPECT_EQ(served.List(), (std::vector<std::string>{"link", "real"}));
 }
 
 TEST(ServeTool, DeletionOfAFolderLeavesIt)

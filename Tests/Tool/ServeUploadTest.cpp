@@ -62,6 +62,25 @@ TEST_F(ServeUpload, WholeFileGetsItsNameAndIsTold)
     EXPECT_EQ(event["connection"], "peer");
 }
 
+TEST_F(ServeUpload, OneWhoBeginsTransfersWithoutEndEndsNobodyElses)
+{
+    m_served.Around().WriteFile("root/other", "1");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 5, u"f");
+    Block(peer, 2, "12");
+    // Each is begun, fails, since there is nothing behind the end, and is given up.
+    CRawSocket greedy = m_served.Connect();
+    for (int i = 0; i < 4200; ++i)
+    {
+        greedy.Send(Wire::Dfil(3, 9, u"other"));
+        ASSERT_EQ(Wire::GetU32(greedy.ReceivePacket(), 16), 7U);
+        greedy.Send(Wire::Caop(3));
+    }
+    Block(peer, 2, "345", 1);
+    EXPECT_EQ(m_served.List(), (CNames{"f", "other"}));
+    EXPECT_EQ(Contents("f"), "12345");
+}
+
 TEST_F(ServeUpload, LastBlockWithDataEndsItAtOnce)
 {
     CRawSocket peer = m_served.Connect();
@@ -282,13 +301,26 @@ TEST_F(ServeUpload, LongestNameIsTaken)
     EXPECT_EQ(m_served.List(), CNames{std::string(255, 'n')});
 }
 
-TEST_F(ServeUpload, LinkInsideIsFollowedToItsFile)
+TEST_F(ServeUpload, LinkIsNeitherFollowedNorReplaced)
 {
     m_served.Around().WriteFile("root/real", "old");
     fs::create_symlink("real", m_served.GetPath("link"));
     CRawSocket peer = m_served.Connect();
-    Begin(peer, 2, 3, u"link");
-    Block(peer, 2, "new", 1);
+    peer.Send(Wire::Upfi(2, 3, 0, u"link"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 6U);
+    EXPECT_EQ(m_served.Tool().WaitForEvent("refused")["reason"], "it is a symbolic link");
     EXPECT_TRUE(fs::is_symlink(m_served.GetPath("link")));
-    EXPECT_EQ(Contents("real"), "new");
+    EXPECT_EQ(Contents("real"), "old");
+}
+
+TEST_F(ServeUpload, FolderThatIsMovedMeanwhileTakesItsUploadsAlong)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 6, u"dir/f");
+    Block(peer, 2, "abc");
+    fs::rename(m_served.GetPath("dir"), m_served.GetPath("moved"));
+    fs::create_symlink("..", m_served.GetPath("dir"));
+    Block(peer, 2, "def");
+    EXPECT_EQ(Contents("moved/f"), "abcdef");
+    EXPECT_FALSE(FileExists(m_served.Around().GetPath("f")));
 }

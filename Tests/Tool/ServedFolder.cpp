@@ -53,10 +53,20 @@ std::vector<std::string> ListFolder(const std::string& strPath)
     std::vector<std::string> listNames;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(strPath))
     {
-        const bool bFolder = entry.is_directory() && !entry.is_symlink();
+        const bool bFolder = !entry.is_symlink() && entry.is_directory();
         listNames.push_back(entry.path().lexically_relative(strPath).string() +
                             (bFolder ? "/" : ""));
     }
     std::sort(listNames.begin(), listNames.end());
+    return listNames;
+}
+
+std::vector<std::string> ListVisible(const std::string& strPath)
+{
+    std::vector<std::string> listNames = ListFolder(strPath);
+    listNames.erase(std::remove_if(listNames.begin(), listNames.end(),
+                                   [](const std::string& strName)
+                                   { return strName.find(".osprey-") != std::string::npos; }),
+                    listNames.end());
     return listNames;
 }

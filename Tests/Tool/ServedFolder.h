@@ -61,5 +61,7 @@ private:
 
 // The names in a folder and below it, sorted, folders with a "/" behind.
 std::vector<std::string> ListFolder(const std::string& strPath);
+// The same, without what the tool keeps for itself: ".osprey-...".
+std::vector<std::string> ListVisible(const std::string& strPath);
 
 #endif

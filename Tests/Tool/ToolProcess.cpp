@@ -12,9 +12,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <regex>
 #include <sstream>
 
 #include "RawSocket.h"
+#include "TempFolder.h"
 
 extern char** environ;
 
@@ -63,20 +65,37 @@ std::vector<char*> Pointers(std::vector<std::string>& listTexts)
     return listPointers;
 }
 
-// The test's environment with a terminal that can move its cursor.
+const char USUAL_TERM[] = "xterm";
+std::string g_strTerm = USUAL_TERM;
+
+// The test's environment with a terminal that can move its cursor, and without the options of
+// whoever runs it.
 std::vector<std::string> Environment()
 {
     std::vector<std::string> listResult;
     for (char** ppsz = environ; *ppsz != nullptr; ++ppsz)
     {
-        if (std::string(*ppsz).compare(0, 5, "TERM=") != 0)
+        const std::string strVariable = *ppsz;
+        if (strVariable.compare(0, 5, "TERM=") != 0 && strVariable.compare(0, 7, "OSPREY_") != 0)
         {
             listResult.emplace_back(*ppsz);
         }
     }
-    listResult.emplace_back("TERM=xterm");
+    listResult.push_back("TERM=" + g_strTerm);
+    listResult.emplace_back("OSPREY_CONFIG=/dev/null");
     return listResult;
 }
+
+// What tools note between runs goes to a folder of this process's own.
+const struct CStateFolder
+{
+    CStateFolder()
+    {
+        setenv("XDG_STATE_HOME", m_folder.GetPath().c_str(), 1);
+    }
+
+    CTempFolder m_folder;
+} STATE_FOLDER;
 
 const char SANITIZER_OPTIONS[] = "TSAN_OPTIONS";
 
@@ -93,6 +112,22 @@ CEndWithoutJoin::CEndWithoutJoin()
 CEndWithoutJoin::~CEndWithoutJoin()
 {
     setenv(SANITIZER_OPTIONS, m_strBefore.c_str(), 1);
+}
+
+CWithTerm::CWithTerm(const std::string& strTerm)
+{
+    g_strTerm = strTerm;
+}
+
+CWithTerm::~CWithTerm()
+{
+    g_strTerm = USUAL_TERM;
+}
+
+bool HasOnlyCursorSequences(const std::string& strOutput)
+{
+    const std::regex sequence("\x1B\\[([0-9]*A|J|K|\\?7[hl])");
+    return std::regex_replace(strOutput, sequence, "").find('\x1B') == std::string::npos;
 }
 
 CToolProcess::CToolProcess(const std::vector<std::string>& listArguments, int nColumns,

@@ -22,6 +22,20 @@ private:
     std::string m_strBefore;
 };
 
+// While it lives, a tool that is started has this in TERM, not xterm.
+class CWithTerm
+{
+public:
+    explicit CWithTerm(const std::string& strTerm);
+    ~CWithTerm();
+    CWithTerm(const CWithTerm&) = delete;
+    CWithTerm& operator=(const CWithTerm&) = delete;
+};
+
+// The sequences of a terminal in the text move the cursor, clear and switch wrapping: there is none
+// for a colour, nor anything else.
+bool HasOnlyCursorSequences(const std::string& strOutput);
+
 // A run of the real tool. Its standard output and error are read while the test waits for
 // something; every wait has a deadline and fails the test with what it waited for.
 class CToolProcess

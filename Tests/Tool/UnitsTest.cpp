@@ -28,6 +28,32 @@ TEST(Units, BytesAndRatesFitTheirColumns)
     }
 }
 
+TEST(Units, SizesAreReadInUnitsOf1024)
+{
+    Orb_U64 ullSize = 0;
+    const std::pair<const char*, Orb_U64> SIZES[] = {{"0", 0},
+                                                     {"500", 500},
+                                                     {"500K", 512000},
+                                                     {"10M", 10485760},
+                                                     {"10m", 10485760},
+                                                     {"10MiB", 10485760},
+                                                     {"2G", 2147483648},
+                                                     {"1T", 1099511627776},
+                                                     {"18446744073709551615", ~0ULL},
+                                                     {"15E", 15ULL << 60}};
+    for (const auto& size : SIZES)
+    {
+        EXPECT_TRUE(ParseSize(size.first, ullSize)) << size.first;
+        EXPECT_EQ(ullSize, size.second) << size.first;
+    }
+    for (const char* pszText :
+         {"", "M", "-1", "+1", " 1", "1 ", "1.5M", "10MB", "10X", "1Mi", "0x10", "16E",
+          "18446744073709551616", "99999999999999999999999", "1KiBx"})
+    {
+        EXPECT_FALSE(ParseSize(pszText, ullSize)) << pszText;
+    }
+}
+
 TEST(Units, RateIsBytesASecond)
 {
     EXPECT_EQ(FormatRate(3145728, 2.0), "1.5 MiB/s");

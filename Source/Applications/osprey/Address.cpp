@@ -53,6 +53,31 @@ bool ParsePeer(const std::string& strText, CPeer& peer, std::string& strReason)
     return true;
 }
 
+bool ParseRange(const std::string& strText, CAddressRange& range)
+{
+    const size_t nSlash = strText.find('/');
+    const std::string strBits = nSlash == std::string::npos ? "32" : strText.substr(nSlash + 1);
+    in_addr address{};
+    if (inet_pton(AF_INET, strText.substr(0, nSlash).c_str(), &address) != 1 || strBits.empty() ||
+        strBits.size() > 2 || strBits.find_first_not_of("0123456789") != std::string::npos ||
+        std::stoul(strBits) > 32)
+    {
+        return false;
+    }
+    const unsigned long nBits = std::stoul(strBits);
+    range.m_dwAddress = ntohl(address.s_addr);
+    range.m_dwMask = nBits == 0 ? 0 : ~0U << (32 - nBits);
+    return true;
+}
+
+std::string FormatAddress(unsigned int dwAddress)
+{
+    char szText[INET_ADDRSTRLEN] = "";
+    const in_addr address{htonl(dwAddress)};
+    inet_ntop(AF_INET, &address, szText, sizeof szText);
+    return szText;
+}
+
 std::vector<unsigned int> ResolvePeer(const CPeer& peer, std::string& strReason)
 {
     addrinfo hints{};

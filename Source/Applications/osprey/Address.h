@@ -24,6 +24,24 @@ bool ParsePort(const std::string& strText, unsigned short nLowest, unsigned shor
 // otherwise; peer is then unchanged.
 bool ParsePeer(const std::string& strText, CPeer& peer, std::string& strReason);
 
+// The IPv4 addresses that share their first bits; in host byte order.
+struct CAddressRange
+{
+    unsigned int m_dwAddress = 0;
+    unsigned int m_dwMask = 0;
+
+    bool Holds(unsigned int dwAddress) const
+    {
+        return ((dwAddress ^ m_dwAddress) & m_dwMask) == 0;
+    }
+};
+
+// "ADDR" or "ADDR/BITS", BITS from 0 to 32.
+bool ParseRange(const std::string& strText, CAddressRange& range);
+
+// "192.168.0.7", of an address in host byte order.
+std::string FormatAddress(unsigned int dwAddress);
+
 // The IPv4 addresses of a host in the resolver's order, host byte order, each once. Empty with a
 // plain reason when there is none. Blocks for as long as the resolver takes.
 std::vector<unsigned int> ResolvePeer(const CPeer& peer, std::string& strReason);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "PacketCutter.h"
+#include "ServeOptions.h"
 #include "Text.h"
 
 namespace
@@ -128,13 +129,14 @@ void AddPublish(CLI::App& app, COptions& options, CRaw& raw)
     CLI::App* pPublish = app.add_subcommand("publish", "Send live packets to whoever subscribes");
     AddPort(*pPublish, raw);
     AddSources(*pPublish, options, raw)->required();
+    AddAdmission(*pPublish, options, raw);
     pPublish
         ->add_option("--linger", options.m_dwLingerSeconds,
                      "Time for readers to take the last packets [1]")
         ->type_name("SECONDS")
         ->check(Seconds(0));
     AddCommon(*pPublish, options);
-    pPublish->footer(PUBLISH_NOTES + ("\n" + ExitCodes()));
+    pPublish->footer(PUBLISH_NOTES + ("\n" + HelpEnd("publish")));
     pPublish->callback([&options] { options.m_eCommand = COMMAND_PUBLISH; });
 }
 
@@ -152,7 +154,7 @@ void AddSubscribe(CLI::App& app, COptions& options, CRaw& raw)
         ->check(Seconds(1));
     AddConnectTimeout(*pSubscribe, options);
     AddCommon(*pSubscribe, options);
-    pSubscribe->footer(SUBSCRIBE_NOTES + ("\n" + ExitCodes()));
+    pSubscribe->footer(SUBSCRIBE_NOTES + ("\n" + HelpEnd("subscribe")));
     pSubscribe->callback([&options] { options.m_eCommand = COMMAND_SUBSCRIBE; });
 }
 

@@ -186,7 +186,7 @@ void CClientLane::FailBegin(const char* pszReason) noexcept
         m_progress.Message(std::string("cannot go on: ") + pszReason);
         if (m_pTransfer)
         {
-            m_pTransfer->Fail(pszReason);
+            m_pTransfer->Fail(pszReason, 0);
         }
     }
     catch (const std::exception&)
@@ -200,7 +200,7 @@ void CClientLane::FailLost()
 {
     if (m_pTransfer)
     {
-        m_pTransfer->Fail("the connection was lost on the way");
+        m_pTransfer->Fail("the connection was lost on the way", 0);
         SetTransfer(nullptr);
     }
 }
@@ -322,19 +322,19 @@ void CClientLane::OnProgress(unsigned int dwPercent)
         m_pClient->Stop();
         return;
     }
-    m_pTransfer->Move(dwPercent);
+    m_pTransfer->Move(dwPercent, m_pClient->Announced());
 }
 
 void CClientLane::OnFileCompleted()
 {
     const CBusy busy(*this);
-    m_pTransfer->Complete();
+    m_pTransfer->Complete(m_pClient->Announced());
     SetTransfer(nullptr);
 }
 
 void CClientLane::OnFileFailed(int nCode)
 {
     const CBusy busy(*this);
-    m_pTransfer->Fail(m_work.ReasonOf(nCode));
+    m_pTransfer->Fail(m_work.ReasonOf(nCode), nCode);
     SetTransfer(nullptr);
 }

@@ -5,7 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <climits>
+#include <future>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "DescriptorLimit.h"
 #include "Units.h"
@@ -16,14 +21,15 @@ namespace
 // The server of the library, like many, keeps ten callers that it has not accepted.
 const size_t MOST_CONNECTING = 8;
 
-const size_t DESCRIPTORS_OF_LANE = 6;
+const size_t DESCRIPTORS_OF_LANE = 9;  // those of its file included
 const size_t OTHER_DESCRIPTORS = 32;
 
 }  // namespace
 
-CClientRun::CClientRun(const COptions& options, COutput& output, CProgress& progress,
-                       CTransferWork& work, size_t nLanes)
+CClientRun::CClientRun(const COptions& options, const CDeadline& deadline, COutput& output,
+                       CProgress& progress, CTransferWork& work, size_t nLanes)
     : m_options(options),
+      m_deadline(deadline),
       m_output(output),
       m_progress(progress),
       m_work(work),
@@ -43,25 +49,67 @@ CClientRun::~CClientRun()
 
 int CClientRun::Execute()
 {
-    std::string strReason;
-    const std::vector<unsigned int> listAddresses = ResolvePeer(m_options.m_peer, strReason);
-    if (listAddresses.empty())
+    Run();
+    const int nCode = Report();
+    if (IsConnected() && !(m_bInterrupted && nCode == EXIT_INTERRUPTED))
     {
-        m_output.Error("cannot find " + m_options.m_peer.m_strHost + ": " + strReason);
-        return EXIT_NOT_CONNECTED;
+        m_progress.Finish();
+    }
+    return nCode;
+}
+
+void CClientRun::Run()
+{
+    if (!FindPeer())
+    {
+        return;
     }
     const CSignals signals;
     m_output.EndWithReader();
-    for (const unsigned int dwAddress : listAddresses)
+    for (const unsigned int dwAddress : m_listAddresses)
     {
         RunAt(dwAddress, signals);
-        if (IsConnected() || m_bInterrupted)
+        if (IsConnected() || m_bInterrupted || m_bTimedOut)
         {
             break;
         }
     }
     CleanUp();
-    return Report();
+}
+
+// The resolver cannot be asked to stop: it is left alone when the time is over.
+bool CClientRun::FindPeer()
+{
+    if (m_deadline.Seconds() == 0)
+    {
+        m_listAddresses = ResolvePeer(m_options.m_peer, m_strNotFound);
+        return !m_listAddresses.empty();
+    }
+    struct CAnswer
+    {
+        std::vector<unsigned int> m_listAddresses;
+        std::string m_strReason;
+    };
+    std::promise<CAnswer> promise;
+    std::future<CAnswer> future = promise.get_future();
+    std::thread(
+        [peer = m_options.m_peer, promise = std::move(promise)]() mutable
+        {
+            CAnswer answer;
+            answer.m_listAddresses = ResolvePeer(peer, answer.m_strReason);
+            promise.set_value(std::move(answer));
+        })
+        .detach();
+    if (future.wait_for(std::chrono::milliseconds(m_deadline.MsLeft(INT_MAX))) !=
+        std::future_status::ready)
+    {
+        m_bTimedOut = true;
+        return false;
+    }
+    CAnswer answer = future.get();
+    m_listAddresses.swap(answer.m_listAddresses);
+    m_strNotFound.swap(answer.m_strReason);
+    return !m_listAddresses.empty();
 }
 
 void CClientRun::RunAt(unsigned int dwAddress, const CSignals& signals)
@@ -113,6 +161,12 @@ void CClientRun::WaitForEnd(unsigned int dwAddress, const CSignals& signals)
         {
             signals.Wait();
             Interrupt(signals);
+            return;
+        }
+        if (m_deadline.IsOver())
+        {
+            m_bTimedOut = true;
+            StopAll(signals);
             return;
         }
         TakeWakes();
@@ -178,6 +232,11 @@ void CClientRun::Interrupt(const CSignals& signals)
 {
     m_bInterrupted = true;
     m_progress.Interrupted();
+    StopAll(signals);
+}
+
+void CClientRun::StopAll(const CSignals& signals)
+{
     signals.ForceOnNext([this] { CleanUp(); });
     // Each may take a while to say goodbye: all at once.
     for (const auto& pLane : m_listLanes)
@@ -223,7 +282,7 @@ void CClientRun::TakeWakes() const
 int CClientRun::WaitMs() const
 {
     const int nDraw = m_progress.DrawInterval();
-    return nDraw < 0 ? 1000 : nDraw;
+    return m_deadline.MsLeft(nDraw < 0 ? 1000 : nDraw);
 }
 
 CClientRun::CLanes CClientRun::Find(bool (*fnIs)(const CClientLane&)) const
@@ -257,33 +316,65 @@ bool CClientRun::IsDone() const
                .empty();
 }
 
-int CClientRun::Report()
+int CClientRun::ExitCode() const
 {
-    if (m_bInterrupted && !IsDone())
+    const bool bOver = IsDone() && !m_bMoreFollows;
+    if (m_bInterrupted && !bOver)
     {
-        if (!m_output.IsBroken())
-        {
-            m_progress.Message("interrupted");
-        }
         return EXIT_INTERRUPTED;
+    }
+    if (m_bTimedOut && !bOver)
+    {
+        return EXIT_TIMED_OUT;
     }
     if (!IsConnected())
     {
-        m_progress.Message("cannot connect to " + m_options.m_peer.ToString() + ": " +
-                           m_listLanes.back()->WhyNotConnected());
         return EXIT_NOT_CONNECTED;
     }
-    ReportMissing();
-    if (!IsDone())
+    if (m_progress.NotVerified() > 0)
     {
-        ReportLost();
+        return EXIT_NOT_VERIFIED;
     }
-    m_progress.Finish();
     if (!IsDone())
     {
         return EXIT_CONNECTION_LOST;
     }
     return m_progress.Failures() > 0 ? EXIT_FILE_FAILED : EXIT_DONE;
+}
+
+std::string CClientRun::WhyNotConnected() const
+{
+    return m_listAddresses.empty()
+               ? "cannot find " + m_options.m_peer.m_strHost + ": " + m_strNotFound
+               : "cannot connect to " + m_options.m_peer.ToString() + ": " +
+                     m_listLanes.back()->WhyNotConnected();
+}
+
+int CClientRun::Report()
+{
+    const int nCode = ExitCode();
+    switch (nCode)
+    {
+        case EXIT_INTERRUPTED:
+            if (!m_output.IsBroken())
+            {
+                m_progress.Message("interrupted");
+            }
+            return nCode;
+        case EXIT_TIMED_OUT:
+            m_progress.Message("not done within " + FormatCount(m_deadline.Seconds(), "second"));
+            return nCode;
+        case EXIT_NOT_CONNECTED:
+            m_progress.Message(WhyNotConnected());
+            return nCode;
+        default:
+            ReportMissing();
+            if (!IsDone())
+            {
+                ReportLost();
+            }
+            return nCode;
+    }
 }
 
 void CClientRun::ReportMissing()

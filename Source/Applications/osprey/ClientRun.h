@@ -6,6 +6,7 @@
 
 #include "ClientLane.h"
 #include "CommandLine.h"
+#include "Deadline.h"
 #include "Output.h"
 #include "Progress.h"
 #include "Signals.h"
@@ -19,22 +20,41 @@
 // under way with it, no other: the rest goes on while a lane is left. One that still connects when
 // nothing is left is not waited for.
 //
-//   exit code   130 interrupted before the end; 3 the first lane did not connect; 4 a lane was
-//               lost; 1 a file failed; 0. The first that fits. A further lane that does not
-//               connect is told, and missed by nobody.
+//   exit code   130 interrupted before the end; 30 the time was over before the end; 3 the first
+//               lane did not connect; 24 a file was not verified; 4 a lane was lost; 1 a file
+//               failed; 0. The first that fits. A further lane that does not connect is told, and
+//               missed by nobody.
+//
+// A command may need several runs, one after another, each with work of its own.
 //
 // Thread: main.
 class CClientRun final
 {
 public:
     // nLanes: how many connections there may be side by side, 1 or more.
-    CClientRun(const COptions& options, COutput& output, CProgress& progress, CTransferWork& work,
-               size_t nLanes);
+    // Everything must outlive it.
+    CClientRun(const COptions& options, const CDeadline& deadline, COutput& output,
+               CProgress& progress, CTransferWork& work, size_t nLanes);
     ~CClientRun();
     CClientRun(const CClientRun&) = delete;
     CClientRun& operator=(const CClientRun&) = delete;
 
-    // Does it all. Returns the exit code.
+    // The command is not over with this run: an interruption counts even when the work was done.
+    void MoreFollows()
+    {
+        m_bMoreFollows = true;
+    }
+
+    // Moves the work.
+    void Run();
+
+    // How that came out; nothing is told.
+    int ExitCode() const;
+    // Why the server could not be reached, if it could not.
+    std::string WhyNotConnected() const;
+    // Tells why the run did not come to its end, if it did not. Returns the exit code.
+    int Report();
+    // Run, Report, and the summary.
     int Execute();
 
 private:
@@ -49,6 +69,8 @@ private:
     void EndLane(CClientLane& lane);
     void StopNeedless();
     void Interrupt(const CSignals& signals);
+    void StopAll(const CSignals& signals);
+    bool FindPeer();
     void CleanUp();
     void Wake() const;
     void TakeWakes() const;
@@ -57,19 +79,23 @@ private:
     bool IsOpen() const;
     bool IsConnected() const;
     bool IsDone() const;
-    int Report();
     void ReportMissing();
     void ReportLost();
     CLanes Find(bool (*fnIs)(const CClientLane&)) const;
     std::string Connections(size_t nThese, size_t nAll) const;
 
     const COptions& m_options;
+    const CDeadline& m_deadline;
     COutput& m_output;
     CProgress& m_progress;
     CTransferWork& m_work;
     const size_t m_nLanes;
     int m_nWake = -1;  // event descriptor
     bool m_bInterrupted = false;
+    bool m_bTimedOut = false;
+    bool m_bMoreFollows = false;
+    std::vector<unsigned int> m_listAddresses;
+    std::string m_strNotFound;                              // why there are none
     std::vector<std::unique_ptr<CClientLane>> m_listLanes;  // stays once interrupted: see CleanUp
 };
 

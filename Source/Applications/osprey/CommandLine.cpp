@@ -1,37 +1,42 @@
 #include "CommandLine.h"
 
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <sstream>
 
 #include "ChannelOptions.h"
+#include "ClientOptions.h"
 #include "CommandOptions.h"
+#include "Completion.h"
+#include "ServeOptions.h"
+#include "Settings.h"
 #include "Text.h"
 
 namespace
 {
 
-const size_t LONGEST_CONNECTION_NAME = 259;  // UTF-16 units
 const unsigned int LONGEST_SECONDS = 86400;
-const unsigned int MOST_JOBS = 64;
 
-const char COMMANDS[] = "serve, submit, download, publish, subscribe or version";
+const char COMMANDS[] = "serve, submit, download, watch, publish, subscribe or version";
 
 const char EXIT_CODES[] =
     "Exit codes:\n"
     "  0    all done\n"
     "  1    a file, a source or a sink failed; each is named on standard error\n"
     "  2    wrong usage\n"
-    "  3    could not connect (serve, publish: could not listen)\n"
+    "  3    could not connect; serve, publish: could not listen\n"
     "  4    connection lost\n"
-    "  130  interrupted\n";
+    "  24   --verify: a file has another SHA-256 sum, or none is known\n"
+    "  30   --timeout: the time was over before the end\n"
+    "  130  interrupted; serve, watch, publish and subscribe then end with 0\n"
+    "Of several the first counts: 2, 130, 30, 3, 24, 4, 1.\n";
 
 const char MAIN_EXAMPLES[] =
     "Examples:\n"
     "  osprey serve --root /srv/files\n"
     "  osprey submit 192.168.0.7 photos notes.txt\n"
     "  osprey download 192.168.0.7 photos/a.jpg -o /tmp\n"
+    "  osprey watch outbox 192.168.0.7\n"
     "  osprey publish --channel 1=udp:5000\n"
     "  osprey subscribe 192.168.0.7 --channel 1\n"
     "\n"
@@ -40,37 +45,16 @@ const char MAIN_EXAMPLES[] =
 
 const char SERVE_NOTES[] =
     "Listens on all IPv4 interfaces. Peers name files below DIR; nothing they send\n"
-    "reaches outside it. A file that arrives gets its name when it is whole; what\n"
-    "arrived of an interrupted one is kept as NAME.osprey-partial. Ctrl-C ends the\n"
-    "server, also with connections open; a second Ctrl-C ends it at once.\n"
+    "reaches outside it. Only regular files and folders are served; symbolic links\n"
+    "are not followed, wherever they lead. A file that arrives gets its name when it\n"
+    "is whole; what arrived of an interrupted one is kept as NAME.osprey-partial.\n"
+    "Ctrl-C ends the server, also with connections open; a second one at once.\n"
     "\n"
     "Examples:\n"
     "  osprey serve --root /srv/files\n"
     "  osprey serve --root . --port 9000 --read-only --json\n"
+    "  osprey serve --root . --max-file 100M --max-total 10G --allow 192.168.0.0/16\n"
     "  osprey serve --root . --channel 1=udp:5000\n";
-
-const char SUBMIT_NOTES[] =
-    "HOST is a name or an IPv4 address. A folder is sent with all that is in it,\n"
-    "under its own name: \"submit HOST a/b\" arrives as b, b/c, b/d. Links to files are\n"
-    "sent as files; inside a folder, links to folders, devices, FIFOs and sockets are\n"
-    "left out with a warning. A file that arrives replaces one of the same name.\n"
-    "With --jobs each connection moves one file at a time; folders are all made\n"
-    "before. One that is lost fails its file, and the others go on.\n"
-    "\n"
-    "Examples:\n"
-    "  osprey submit 192.168.0.7 photos notes.txt\n"
-    "  osprey submit 192.168.0.7 photos --jobs 8\n"
-    "  osprey submit camera-3:9000 firmware.bin --to incoming/today\n";
-
-const char DOWNLOAD_NOTES[] =
-    "HOST is a name or an IPv4 address. A file is written to DIR under the last part\n"
-    "of its name. It appears when it is whole; until then, and after any failure, a\n"
-    "file that was there before stays as it was. With --jobs each connection moves\n"
-    "one file at a time; one that is lost fails its file, and the others go on.\n"
-    "\n"
-    "Examples:\n"
-    "  osprey download 192.168.0.7 photos/a.jpg photos/b.jpg\n"
-    "  osprey download camera-3:9000 log/today.txt -o /tmp\n";
 
 void AddServe(CLI::App& app, COptions& options, CRaw& raw)
 {
@@ -81,104 +65,12 @@ void AddServe(CLI::App& app, COptions& options, CRaw& raw)
     AddPort(*pServe, raw);
     pServe->add_flag("--read-only", options.m_bReadOnly,
                      "Refuse uploads, new folders and deletions");
+    AddQuotas(*pServe, raw);
+    AddAdmission(*pServe, options, raw);
     AddSources(*pServe, options, raw);
     AddCommon(*pServe, options);
-    pServe->footer(SERVE_NOTES + ("\n" + ExitCodes()));
+    pServe->footer(SERVE_NOTES + ("\n" + HelpEnd("serve")));
     pServe->callback([&options] { options.m_eCommand = COMMAND_SERVE; });
-}
-
-void AddClient(CLI::App& command, COptions& options)
-{
-    command
-        .add_option("-j,--jobs", options.m_dwJobs,
-                    "Use so many connections side by side, 1 to 64 [1]")
-        ->type_name("N")
-        ->check(CLI::Range(1U, MOST_JOBS).description(""));
-    command
-        .add_option("--name", options.m_strConnection,
-                    "Name in the server's log [host name-process id]")
-        ->type_name("NAME");
-    AddConnectTimeout(command, options);
-    command
-        .add_option("--stall-timeout", options.m_dwStallSeconds,
-                    "Give up when nothing moves so long [60]; 0: never")
-        ->type_name("SECONDS")
-        ->check(Seconds(0));
-    AddCommon(command, options);
-}
-
-void AddSubmit(CLI::App& app, COptions& options, CRaw& raw)
-{
-    CLI::App* pSubmit = app.add_subcommand("submit", "Send files and folders to a server");
-    AddPeer(*pSubmit, raw);
-    pSubmit->add_option("PATH", options.m_listNames, "Files and folders to send")
-        ->type_name("")
-        ->required();
-    pSubmit->add_option("--to", options.m_strTo, "Folder at the server to send to [the served one]")
-        ->type_name("NAME");
-    AddClient(*pSubmit, options);
-    pSubmit->footer(SUBMIT_NOTES + ("\n" + ExitCodes()));
-    pSubmit->callback([&options] { options.m_eCommand = COMMAND_SUBMIT; });
-}
-
-void AddDownload(CLI::App& app, COptions& options, CRaw& raw)
-{
-    CLI::App* pDownload = app.add_subcommand("download", "Fetch files from a server");
-    AddPeer(*pDownload, raw);
-    pDownload->add_option("NAME", options.m_listNames, "Files at the server, as in photos/a.jpg")
-        ->type_name("")
-        ->required();
-    pDownload
-        ->add_option("-o,--output", options.m_strFolder,
-                     "Folder for the files, created when missing [.]")
-        ->type_name("DIR");
-    AddClient(*pDownload, options);
-    pDownload->footer(DOWNLOAD_NOTES + ("\n" + ExitCodes()));
-    pDownload->callback([&options] { options.m_eCommand = COMMAND_DOWNLOAD; });
-}
-
-std::string DefaultConnectionName()
-{
-    char szHost[256] = "";
-    gethostname(szHost, sizeof szHost - 1);
-    std::string strName = szHost;
-    if (strName.empty() || !IsValidUTF8(strName))
-    {
-        strName = "osprey";
-    }
-    return strName.substr(0, 200) + "-" + std::to_string(getpid());
-}
-
-// False with a reason when a value cannot be used.
-bool CheckRemoteRoot(COptions& options, std::string& strReason)
-{
-    std::string& strTo = options.m_strTo;
-    while (strTo.size() > 1 && (strTo.back() == '/' || strTo.back() == '\\'))
-    {
-        strTo.pop_back();
-    }
-    if (!IsValidUTF8(strTo) || strTo.find('|') != std::string::npos)
-    {
-        strReason = "--to: the name must be UTF-8 text without \"|\"";
-        return false;
-    }
-    return true;
-}
-
-bool CheckConnectionName(COptions& options, std::string& strReason)
-{
-    if (options.m_strConnection.empty())
-    {
-        options.m_strConnection = DefaultConnectionName();
-    }
-    std::vector<unsigned short> listUnits;
-    if (!ToUTF16(options.m_strConnection, listUnits) ||
-        listUnits.size() - 1 > LONGEST_CONNECTION_NAME)
-    {
-        strReason = "--name: the name must be UTF-8 text of at most 259 units";
-        return false;
-    }
-    return true;
 }
 
 bool CheckPeer(COptions& options, const CRaw& raw, std::string& strReason)
@@ -207,11 +99,12 @@ bool Check(COptions& options, const CRaw& raw, std::string& strReason)
     {
         case COMMAND_SERVE:
         case COMMAND_PUBLISH:
-            return CheckPort(options, raw, strReason) && CheckSources(options, raw, strReason);
+            return CheckPort(options, raw, strReason) && CheckSources(options, raw, strReason) &&
+                   CheckLimits(options, raw, strReason);
         case COMMAND_SUBMIT:
         case COMMAND_DOWNLOAD:
-            return CheckPeer(options, raw, strReason) && CheckRemoteRoot(options, strReason) &&
-                   CheckConnectionName(options, strReason);
+        case COMMAND_WATCH:
+            return CheckPeer(options, raw, strReason) && CheckClient(options, strReason);
         case COMMAND_SUBSCRIBE:
             return CheckPeer(options, raw, strReason) && CheckSinks(options, raw, strReason);
         default:
@@ -258,7 +151,50 @@ void AddVersion(CLI::App& app, COptions& options)
 {
     CLI::App* pVersion = app.add_subcommand("version", "Print the version");
     pVersion->add_flag("--json", options.m_bJson, "Print a JSON object");
+    pVersion->footer("Manual: man osprey\n");
     pVersion->callback([&options] { options.m_eCommand = COMMAND_VERSION; });
+}
+
+// For the shells, not for a person: left out of the list of commands.
+void AddCompletion(CLI::App& app, CRaw& raw)
+{
+    CLI::App* pCompletion = app.add_subcommand("completion", "Print completions for a shell");
+    pCompletion->add_option("SHELL", raw.m_strShell, "bash, zsh or fish")
+        ->type_name("")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}).description(""));
+}
+
+void Define(CLI::App& app, COptions& options, CRaw& raw)
+{
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.require_subcommand(1);
+    app.footer(MAIN_EXAMPLES + HelpEnd(""));
+    AddServe(app, options, raw);
+    AddSubmit(app, options, raw);
+    AddDownload(app, options, raw);
+    AddWatch(app, options, raw);
+    AddPublish(app, options, raw);
+    AddSubscribe(app, options, raw);
+    AddVersion(app, options);
+    for (CLI::App* pCommand : app.get_subcommands(nullptr))
+    {
+        pCommand->group("Commands");
+    }
+    AddCompletion(app, raw);
+    app.get_subcommand("completion")->group("");
+}
+
+const char ABOUT[] = "Moves files and live channels between this machine and a server.";
+
+// What the command line leaves open is looked up with a parser that nobody uses afterwards.
+bool Complete(std::vector<std::string>& listArguments, std::string& strReason)
+{
+    COptions options;
+    CRaw raw;
+    CLI::App app(ABOUT, "osprey");
+    Define(app, options, raw);
+    return AddSettings(app, listArguments, strReason);
 }
 
 }  // namespace
@@ -276,11 +212,15 @@ void AddCommon(CLI::App& command, COptions& options)
     command
         .add_option("--trace", options.m_strTrace, "Append the library's own trace lines to FILE")
         ->type_name("FILE");
+    command.add_option("--config", options.m_strConfig, "Read more options from FILE")
+        ->type_name("FILE");
 }
 
-std::string ExitCodes()
+// The end of the help of a command; empty: of the tool.
+std::string HelpEnd(const std::string& strCommand)
 {
-    return EXIT_CODES;
+    return EXIT_CODES + ("\nManual: man osprey" + (strCommand.empty() ? "" : "-" + strCommand)) +
+           "\n";
 }
 
 void AddPort(CLI::App& command, CRaw& raw)
@@ -314,25 +254,21 @@ void AddConnectTimeout(CLI::App& command, COptions& options)
 CParsed ParseCommandLine(int nArguments, const char* const* ppszArguments, COptions& options)
 {
     CRaw raw;
-    CLI::App app("Moves files and live channels between this machine and a server.", "osprey");
-    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    app.require_subcommand(1);
-    app.footer(MAIN_EXAMPLES + ExitCodes());
-    AddServe(app, options, raw);
-    AddSubmit(app, options, raw);
-    AddDownload(app, options, raw);
-    AddPublish(app, options, raw);
-    AddSubscribe(app, options, raw);
-    AddVersion(app, options);
-    for (CLI::App* pCommand : app.get_subcommands(nullptr))
-    {
-        pCommand->group("Commands");
-    }
+    CLI::App app(ABOUT, "osprey");
+    Define(app, options, raw);
     const std::string strCommand = NamedCommand(app, nArguments, ppszArguments);
+    std::vector<std::string> listArguments(ppszArguments + (nArguments > 0 ? 1 : 0),
+                                           ppszArguments + nArguments);
     CParsed parsed;
+    std::string strReason;
+    if (!Complete(listArguments, strReason))
+    {
+        return UsageError(strReason, strCommand);
+    }
     try
     {
-        app.parse(nArguments, ppszArguments);
+        std::reverse(listArguments.begin(), listArguments.end());
+        app.parse(std::move(listArguments));
     }
     catch (const CLI::ParseError& error)
     {
@@ -347,7 +283,11 @@ CParsed ParseCommandLine(int nArguments, const char* const* ppszArguments, COpti
         parsed.m_strOutput = output.str();
         return parsed;
     }
-    std::string strReason;
+    if (!raw.m_strShell.empty())
+    {
+        parsed.m_strOutput = Completion(app, raw.m_strShell);
+        return parsed;
+    }
     if (!Check(options, raw, strReason))
     {
         return UsageError(strReason, strCommand);

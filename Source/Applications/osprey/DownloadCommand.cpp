@@ -1,6 +1,6 @@
 #include "DownloadCommand.h"
 
-#include <stdlib.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,30 +10,24 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <set>
 #include <system_error>
 
 #include "ClientRun.h"
+#include "FetchWork.h"
+#include "Journal.h"
 #include "LibOsprey.h"
 #include "Progress.h"
+#include "SumFetch.h"
 #include "TempFile.h"
 #include "Text.h"
-#include "TransferWork.h"
 
 namespace
 {
 
-const char SUBMIT_PREFIX[] = "FILESUBMIT|";
+using CEntries = std::vector<CDownloadEntry>;
 
-Orb_U64 SizeOf(const std::string& strPath)
-{
-    struct stat info
-    {
-    };
-    return stat(strPath.c_str(), &info) == 0 ? static_cast<Orb_U64>(info.st_size) : 0;
-}
+const char SUBMIT_PREFIX[] = "FILESUBMIT|";
 
 // The part of a peer's name behind the last separator; in the long form "|" is one as well.
 std::string LastPart(const std::string& strName)
@@ -42,201 +36,9 @@ std::string LastPart(const std::string& strName)
     return strName.substr(strName.find_last_of(bLong ? "/\\|" : "/\\") + 1);
 }
 
-// The path itself when nothing stands there.
-std::string RealPath(const std::string& strPath)
-{
-    const std::unique_ptr<char, void (*)(void*)> pReal(realpath(strPath.c_str(), nullptr), free);
-    return pReal ? pReal.get() : strPath;
-}
-
-// A link to a file stays, and the file that it leads to is replaced.
-std::string BehindLink(const std::string& strTarget)
-{
-    const bool bLink =
-        KindOf(strTarget, false) == KIND_LINK && KindOf(strTarget, true) == KIND_FILE;
-    return bLink ? RealPath(strTarget) : strTarget;
-}
-
-class CReception final : public ITransfer
-{
-public:
-    CReception(const CDownloadEntry& entry, CProgress& progress)
-        : m_entry(entry), m_progress(progress)
-    {
-    }
-
-    bool IsFolder() const override
-    {
-        return false;
-    }
-    bool Begin(std::string& strLocal, std::string& strRemote, long long& llNumber) override;
-    void Move(unsigned int dwPercent) override;
-    void Complete() override;
-    void Fail(const std::string& strReason) override;
-    void CleanUp() override;
-
-private:
-    bool Prepare();
-    std::string Temp();
-
-    const CDownloadEntry& m_entry;
-    CProgress& m_progress;
-    std::optional<CProgress::CFile> m_shown;
-    std::string m_strTarget;
-    std::mutex m_mutex;  // of the next two, which CleanUp takes from any thread
-    bool m_bCleanedUp = false;
-    std::string m_strTemp;  // empty: there is none
-};
-
-bool CReception::Begin(std::string& strLocal, std::string& strRemote, long long& llNumber)
-{
-    if (!Prepare())
-    {
-        return false;
-    }
-    strLocal = Temp();
-    strRemote = m_entry.m_strName;
-    llNumber = 0;
-    m_shown.emplace(m_progress, m_entry.m_strName);
-    return true;
-}
-
-bool CReception::Prepare()
-{
-    const EFileKind eKind = KindOf(m_entry.m_strTarget, true);
-    if (eKind == KIND_FOLDER || eKind == KIND_OTHER)
-    {
-        m_progress.Fails(m_entry.m_strName, m_entry.m_strTarget + " exists and is no regular file",
-                         true);
-        return false;
-    }
-    m_strTarget = BehindLink(m_entry.m_strTarget);
-    struct stat old
-    {
-    };
-    const bool bReplaces = stat(m_strTarget.c_str(), &old) == 0;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_bCleanedUp)
-    {
-        return false;
-    }
-    if (!CreateTempFile(FolderOf(m_strTarget), bReplaces ? old.st_mode : 0, m_strTemp))
-    {
-        m_strTemp.clear();
-        m_progress.Fails(m_entry.m_strName,
-                         "no file can be made in " + FolderOf(m_strTarget) + ": " + strerror(errno),
-                         true);
-        return false;
-    }
-    return true;
-}
-
-std::string CReception::Temp()
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_strTemp;
-}
-
-void CReception::Move(unsigned int dwPercent)
-{
-    // The client tells percents alone; what is on the disk tells the bytes, and both the size.
-    const Orb_U64 ullDone = SizeOf(Temp());
-    const Orb_U64 ullSize = dwPercent == 0 ? 0 : ullDone / dwPercent * 100;
-    m_shown->Moves(dwPercent, ullDone, ullSize);
-}
-
-void CReception::Complete()
-{
-    const std::string strTemp = Temp();
-    const Orb_U64 ullBytes = SizeOf(strTemp);
-    if (!SyncFile(strTemp) || rename(strTemp.c_str(), m_strTarget.c_str()) != 0)
-    {
-        Fail("it arrived, but cannot be stored: " + std::string(strerror(errno)));
-        return;
-    }
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_strTemp.clear();
-    }
-    // The name is on the disk once its folder is; a failure leaves nothing to undo.
-    static_cast<void>(SyncFile(FolderOf(m_strTarget)));
-    m_shown->Ends(ullBytes);
-}
-
-void CReception::Fail(const std::string& strReason)
-{
-    CleanUp();
-    if (m_shown)
-    {
-        m_shown->Fails(m_entry.m_strName, strReason, true);
-        return;
-    }
-    m_progress.Fails(m_entry.m_strName, strReason, true);
-}
-
-void CReception::CleanUp()
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_bCleanedUp = true;
-    if (!m_strTemp.empty())
-    {
-        unlink(m_strTemp.c_str());
-        m_strTemp.clear();
-    }
-}
-
-class CDownloadWork final : public CTransferWork
-{
-public:
-    // Both must outlive the work and its transfers.
-    CDownloadWork(const std::vector<CDownloadEntry>& listEntries, CProgress& progress)
-        : CTransferWork(listEntries.size()), m_listEntries(listEntries), m_progress(progress)
-    {
-    }
-
-    size_t FilesLeft() const override
-    {
-        return m_listEntries.size() - Taken();
-    }
-    std::string ReasonOf(int nCode) const override;
-    std::unique_ptr<IFileClient> MakeClient(IFileClientCallback& callback) const override
-    {
-        return MakeDownloadClient(callback);
-    }
-
-protected:
-    std::unique_ptr<ITransfer> MakeTransfer(size_t nItem) const override
-    {
-        return std::make_unique<CReception>(m_listEntries[nItem], m_progress);
-    }
-
-private:
-    const std::vector<CDownloadEntry>& m_listEntries;
-    CProgress& m_progress;
-};
-
-std::string CDownloadWork::ReasonOf(int nCode) const
-{
-    switch (nCode)
-    {
-        case OSPREY_FILE_NO_MEMORY:
-            return "out of memory";
-        case OSPREY_FILE_NOT_FOUND:
-            return "not found at the server, or refused";
-        case OSPREY_FILE_OPEN_FAILED:
-            return "it could not be opened, at the server or here";
-        case OSPREY_FILE_READ_FAILED:
-            return "the server could not read it";
-        case OSPREY_FILE_WRITE_FAILED:
-            return "it could not be written; the disk may be full";
-        default:
-            return "the server answered with code " + std::to_string(nCode);
-    }
-}
-
 // Two targets may be one file, by way of links: what comes last must not be left to chance. A link
 // that leads nowhere now may lead to a file of this run once that is there.
-bool MayHaveTwins(const std::vector<CDownloadEntry>& listEntries)
+bool MayHaveTwins(const CEntries& listEntries)
 {
     std::set<std::string> setFiles;
     return std::any_of(listEntries.begin(), listEntries.end(),
@@ -246,6 +48,205 @@ bool MayHaveTwins(const std::vector<CDownloadEntry>& listEntries)
                                    KindOf(entry.m_strTarget, true) == KIND_MISSING) ||
                                   !setFiles.insert(RealPath(entry.m_strTarget)).second;
                        });
+}
+
+// Where a run of these options notes what it has finished.
+std::string JournalPath(const COptions& options)
+{
+    std::vector<std::string> listTexts = {"download", options.m_peer.ToString(),
+                                          options.m_strManifest};
+    listTexts.insert(listTexts.end(), options.m_listNames.begin(), options.m_listNames.end());
+    return JoinPath(options.m_strFolder,
+                    ".osprey-" + DigestOf(listTexts).substr(0, 16) + ".journal");
+}
+
+bool HasDigest(const std::string& strPath, const std::string& strDigest)
+{
+    const int nFile = open(strPath.c_str(), O_RDONLY | O_CLOEXEC);
+    CDigest digest;
+    const bool bRead = nFile >= 0 && digest.AddFile(nFile, WHOLE_FILE);
+    if (nFile >= 0)
+    {
+        close(nFile);
+    }
+    return bRead && digest.Finish() == strDigest;
+}
+
+// Takes out what an earlier run has finished and nobody has changed since.
+void DropFinished(const CJournal& journal, CEntries& listEntries, CProgress& progress)
+{
+    const auto IsFinished = [&journal](const CDownloadEntry& entry)
+    {
+        CFileStamp stamp;
+        return StampOf(entry.m_strTarget, stamp) && journal.Has(entry.m_strName, stamp) &&
+               (entry.m_strDigest.empty() || HasDigest(entry.m_strTarget, entry.m_strDigest));
+    };
+    const size_t nBefore = listEntries.size();
+    listEntries.erase(std::remove_if(listEntries.begin(), listEntries.end(), IsFinished),
+                      listEntries.end());
+    progress.FinishedBefore(nBefore - listEntries.size());
+}
+
+// One run of download. Thread: main.
+class CDownloadRun final
+{
+public:
+    CDownloadRun(const COptions& options, COutput& output)
+        : m_options(options),
+          m_output(output),
+          m_deadline(options.m_dwTimeoutSeconds),
+          m_progress(output, ProgressStyle(options, output), false)
+    {
+    }
+
+    int Execute();
+
+private:
+    bool MakeFolder();
+    int FindDigests();
+    void AddListed(const CSumFetch& sums);
+    void RemoveDead() const;
+    int Move();
+    int MoveEntries(CJournal* pJournal);
+
+    const COptions& m_options;
+    COutput& m_output;
+    const CDeadline m_deadline;
+    CProgress m_progress;
+    CEntries m_listEntries;
+};
+
+int CDownloadRun::Execute()
+{
+    std::string strReason;
+    if (!PlanDownload(m_options.m_listNames, m_options.m_strFolder, m_listEntries, strReason))
+    {
+        m_output.Error(strReason);
+        return EXIT_USAGE;
+    }
+    if (!MakeFolder())
+    {
+        return EXIT_FILE_FAILED;
+    }
+    const int nCode = m_options.m_bVerify ? FindDigests() : EXIT_DONE;
+    if (nCode != EXIT_DONE)
+    {
+        return nCode;
+    }
+    RemoveDead();
+    return Move();
+}
+
+bool CDownloadRun::MakeFolder()
+{
+    std::error_code error;
+    std::filesystem::create_directories(m_options.m_strFolder, error);
+    const bool bFolder = KindOf(m_options.m_strFolder, true) == KIND_FOLDER;
+    if (!bFolder)
+    {
+        m_output.Error("cannot use the folder " + QuoteText(m_options.m_strFolder) +
+                       (error ? ": " + error.message() : ""));
+    }
+    return bFolder;
+}
+
+int CDownloadRun::FindDigests()
+{
+    CSumFetch sums(m_options, m_deadline, m_output, m_progress);
+    const int nCode = sums.Fetch();
+    if (nCode != EXIT_DONE)
+    {
+        return nCode;
+    }
+    if (m_options.m_listNames.empty())
+    {
+        AddListed(sums);
+    }
+    const auto IsUnknown = [&sums](CDownloadEntry& entry)
+    {
+        const std::string* pDigest = sums.Find(entry.m_strName);
+        entry.m_strDigest = pDigest == nullptr ? "" : *pDigest;
+        return pDigest == nullptr;
+    };
+    m_listEntries.erase(std::remove_if(m_listEntries.begin(), m_listEntries.end(), IsUnknown),
+                        m_listEntries.end());
+    return EXIT_DONE;
+}
+
+void CDownloadRun::AddListed(const CSumFetch& sums)
+{
+    for (const auto& listed : sums.Listed())
+    {
+        // As it was judged: what looks like a long form there is none, and may hold anything.
+        const std::string strBelow = sums.BelowList(listed.first);
+        CDownloadEntry entry{listed.first, JoinPath(m_options.m_strFolder, strBelow)};
+        entry.m_bListed = true;
+        std::string strReason;
+        if (MakeFolders(m_options.m_strFolder, strBelow, strReason))
+        {
+            m_listEntries.push_back(std::move(entry));
+        }
+        else
+        {
+            m_progress.Fails(entry.m_strName, strReason, false);
+        }
+    }
+}
+
+// What runs left behind that were killed.
+void CDownloadRun::RemoveDead() const
+{
+    std::set<std::string> setFolders = {m_options.m_strFolder};
+    for (const CDownloadEntry& entry : m_listEntries)
+    {
+        setFolders.insert(FolderOf(entry.m_strTarget));
+    }
+    for (const std::string& strFolder : setFolders)
+    {
+        RemoveDeadTemps(strFolder);
+    }
+}
+
+int CDownloadRun::Move()
+{
+    // One file is done or not: there is nothing to note.
+    if (m_listEntries.size() <= 1)
+    {
+        return MoveEntries(nullptr);
+    }
+    CJournal journal(JournalPath(m_options), CJournal::SYNC_NOW_AND_THEN,
+                     [this](const std::string& strReason) { m_progress.Message(strReason); });
+    journal.Open(false);
+    if (m_options.m_bRestart)
+    {
+        journal.Restart();
+    }
+    DropFinished(journal, m_listEntries, m_progress);
+    const int nCode = MoveEntries(&journal);
+    if (nCode == EXIT_DONE)
+    {
+        journal.Remove();
+    }
+    return nCode;
+}
+
+int CDownloadRun::MoveEntries(CJournal* pJournal)
+{
+    if (m_listEntries.empty())
+    {
+        m_progress.Finish();
+        return m_progress.NotVerified() > 0 ? EXIT_NOT_VERIFIED
+               : m_progress.Failures() > 0  ? EXIT_FILE_FAILED
+                                            : EXIT_DONE;
+    }
+    const size_t nLanes = m_options.m_dwJobs > 1 && !MayHaveTwins(m_listEntries)
+                              ? CountLanes(m_options, m_listEntries.size())
+                              : 1;
+    m_progress.Plan(m_listEntries.size(), 0, false, nLanes > 1);
+    CFetchWork work(
+        m_listEntries.size(), [&](size_t nItem)
+        { return std::make_unique<CReception>(m_listEntries[nItem], m_progress, pJournal); });
+    return CClientRun(m_options, m_deadline, m_output, m_progress, work, nLanes).Execute();
 }
 
 }  // namespace
@@ -262,6 +263,11 @@ bool PlanDownload(const std::vector<std::string>& listNames, const std::string& 
             strReason = QuoteText(strName) + " does not name a file";
             return false;
         }
+        if (IsTempName(strLast))
+        {
+            strReason = QuoteText(strName) + " is a name that is kept for files under construction";
+            return false;
+        }
         const auto inserted = mapTargets.emplace(JoinPath(strFolder, strLast), strName);
         if (!inserted.second)
         {
@@ -274,28 +280,25 @@ bool PlanDownload(const std::vector<std::string>& listNames, const std::string& 
     return true;
 }
 
+bool MakeFolders(const std::string& strFolder, const std::string& strName, std::string& strReason)
+{
+    std::string strPath = strFolder;
+    for (size_t nBegin = 0, nEnd = 0; (nEnd = strName.find('/', nBegin)) != std::string::npos;
+         nBegin = nEnd + 1)
+    {
+        strPath = JoinPath(strPath, strName.substr(nBegin, nEnd - nBegin));
+        if (mkdir(strPath.c_str(), 0777) == 0 || KindOf(strPath, false) == KIND_FOLDER)
+        {
+            continue;
+        }
+        strReason = PlainText(strPath) + (errno == EEXIST ? " is no folder, or a link to one"
+                                                          : ": " + std::string(strerror(errno)));
+        return false;
+    }
+    return true;
+}
+
 int RunDownload(const COptions& options, COutput& output)
 {
-    std::vector<CDownloadEntry> listEntries;
-    std::string strReason;
-    if (!PlanDownload(options.m_listNames, options.m_strFolder, listEntries, strReason))
-    {
-        output.Error(strReason);
-        return EXIT_USAGE;
-    }
-    std::error_code error;
-    std::filesystem::create_directories(options.m_strFolder, error);
-    if (KindOf(options.m_strFolder, true) != KIND_FOLDER)
-    {
-        output.Error("cannot use the folder " + QuoteText(options.m_strFolder) +
-                     (error ? ": " + error.message() : ""));
-        return EXIT_FILE_FAILED;
-    }
-    CProgress progress(output, ProgressStyle(options, output), false);
-    const size_t nLanes = options.m_dwJobs > 1 && !MayHaveTwins(listEntries)
-                              ? CountLanes(options, listEntries.size())
-                              : 1;
-    progress.Plan(listEntries.size(), 0, false, nLanes > 1);
-    CDownloadWork work(listEntries, progress);
-    return CClientRun(options, output, progress, work, nLanes).Execute();
+    return CDownloadRun(options, output).Execute();
 }

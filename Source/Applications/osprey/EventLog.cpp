@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "Text.h"
+
 namespace
 {
 
@@ -15,7 +17,7 @@ std::string EventLine(const char* pszEvent, const std::string& strText)
     char szHead[48];
     snprintf(szHead, sizeof szHead, "%02d:%02d:%02d %-12s ", parts.tm_hour, parts.tm_min,
              parts.tm_sec, pszEvent);
-    return szHead + strText;
+    return szHead + PlainText(strText);
 }
 
 }  // namespace

@@ -45,6 +45,16 @@ private:
     IFileClientCallback& m_callback;
 };
 
+Orb_U64 AnnouncedBy(ISubmitFileClient&)
+{
+    return 0;
+}
+
+Orb_U64 AnnouncedBy(IDownloadFileClient& client)
+{
+    return client.GetAnnouncedSize();
+}
+
 // TClient is one of the two client interfaces: its callback, and what they call differently.
 template <class TClient, class TInterface, TClient* (*FN_CREATE)(TInterface*),
           Orb_BOOL (TClient::*FN_START)(unsigned short*, unsigned int, unsigned int, unsigned short,
@@ -72,6 +82,10 @@ public:
     bool Stop() override
     {
         return (m_pClient->*FN_STOP)() != Orb_FALSE;
+    }
+    Orb_U64 Announced() override
+    {
+        return AnnouncedBy(*m_pClient);
     }
 
 private:

@@ -20,6 +20,10 @@ public:
     virtual bool Start(unsigned short* pName, unsigned int dwAddress, unsigned short wPort,
                        unsigned int dwTimeoutMs) = 0;
     virtual bool Stop() = 0;
+
+    // Bytes of the current file as the peer announced them; 0 for an upload. From inside OnProgress
+    // and OnFileCompleted.
+    virtual Orb_U64 Announced() = 0;
 };
 
 // The callback must outlive the client.

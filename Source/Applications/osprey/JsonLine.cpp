@@ -2,9 +2,12 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+
+#include "Text.h"
 
 namespace
 {
@@ -20,6 +23,31 @@ std::string TimeText()
     char szText[48];
     snprintf(szText, sizeof szText, "%s.%03dZ", szDay, static_cast<int>(now.tv_nsec / 1000000));
     return szText;
+}
+
+// What moves or reorders what a terminal shows, and what readers may take for the end of a line,
+// stands in strings only, where JSON has an escape for it.
+std::string EscapeMisleading(const std::string& strLine)
+{
+    std::string strResult;
+    strResult.reserve(strLine.size());
+    for (size_t i = 0; i < strLine.size();)
+    {
+        char32_t c = 0;
+        const size_t nLength = DecodeUTF8(strLine, i, c);
+        if (IsControl(c) || IsMisleading(c))
+        {
+            char szEscape[16];
+            snprintf(szEscape, sizeof szEscape, "\\u%04x", static_cast<unsigned int>(c));
+            strResult += szEscape;
+        }
+        else
+        {
+            strResult.append(strLine, i, nLength);
+        }
+        i += std::max<size_t>(nLength, 1);
+    }
+    return strResult;
 }
 
 }  // namespace
@@ -79,5 +107,6 @@ CJsonLine& CJsonLine::Moved(Orb_U64 ullBytes, double dSeconds)
 
 std::string CJsonLine::ToString() const
 {
-    return m_pFields->m_json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return EscapeMisleading(
+        m_pFields->m_json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }

@@ -8,7 +8,8 @@
 #include "LibOsprey.h"
 
 // One event as a line of JSON: the time, the event's name, then the fields in the order in which
-// they were added. Valid UTF-8 whatever the texts hold: bytes that are none become U+FFFD.
+// they were added. Valid UTF-8 whatever the texts hold: bytes that are none become U+FFFD. Harmless
+// to a terminal: control characters and direction marks are escaped.
 class CJsonLine final
 {
 public:

@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Text.h"
+
 namespace
 {
 
@@ -20,6 +22,11 @@ const int DEFAULT_ROWS = 24;
 const int LOOK_MS = 100;
 const int ENDING_LOOKS = 5;
 const size_t TRACE_BUFFER_SIZE = 65536;
+// All is cleared from the second column on: a terminal that clears its whole screen may keep what
+// was there among the lines that were scrolled off.
+const char ROWS_OFF[] = "\r\x1B[K \x1B[J\r";
+const char WRAP_OFF[] = "\x1B[?7l";
+const char WRAP_ON[] = "\x1B[?7h";
 
 bool IsWritable(int nDescriptor, int nTimeoutMs)
 {
@@ -158,7 +165,7 @@ void COutput::Error(const std::string& strText)
     const std::lock_guard<std::mutex> lock(m_mutex);
     WriteLocked(TakeRows());
     // Nobody is left to be told when this fails too.
-    static_cast<void>(WriteAll(STDERR_FILENO, "osprey: " + strText + "\n"));
+    static_cast<void>(WriteAll(STDERR_FILENO, "osprey: " + PlainText(strText) + "\n"));
 }
 
 void COutput::EndWithReader()
@@ -197,32 +204,41 @@ void COutput::Draw(const std::vector<std::string>& listRows)
         return;
     }
     const size_t nMost = static_cast<size_t>(std::max(Rows() - 1, 1));
-    std::string strText = TakeRows();
-    for (; m_nRows < std::min(listRows.size(), nMost); ++m_nRows)
+    const std::string strTaken = TakeRows();
+    const auto nRows = static_cast<std::ptrdiff_t>(std::min(listRows.size(), nMost));
+    m_listRows.assign(listRows.begin(), listRows.begin() + nRows);
+    const std::string strUp = nRows > 1 ? "\x1B[" + std::to_string(nRows - 1) + "A" : std::string();
+    // A row that no longer fits is cut, not wrapped: so many rows are always so many lines.
+    WriteLocked(WRAP_OFF + strTaken + RowsText() + "\r" + strUp + WRAP_ON);
+}
+
+std::string COutput::RowsText() const
+{
+    std::string strText;
+    for (const std::string& strRow : m_listRows)
     {
-        strText += (m_nRows == 0 ? "" : "\n") + listRows[m_nRows];
+        strText += (strText.empty() ? "" : "\n") + strRow;
     }
-    WriteLocked(strText);
+    return strText;
 }
 
 void COutput::LeaveRows()
 {
     m_bEnding = true;
     const std::lock_guard<std::mutex> lock(m_mutex);
-    WriteLocked(m_nRows > 0 ? "\n" : "");
-    m_nRows = 0;
+    if (!m_listRows.empty())
+    {
+        const std::string strText = RowsText();
+        WriteLocked(WRAP_OFF + TakeRows() + strText + WRAP_ON + "\n");
+    }
 }
 
 // Takes the rows off the terminal: the text that does it.
 std::string COutput::TakeRows()
 {
-    if (m_nRows == 0)
-    {
-        return std::string();
-    }
-    const std::string strUp = m_nRows > 1 ? "\x1B[" + std::to_string(m_nRows - 1) + "A" : "";
-    m_nRows = 0;
-    return "\r" + strUp + "\x1B[J";
+    const bool bRows = !m_listRows.empty();
+    m_listRows.clear();
+    return bRows ? ROWS_OFF : "";
 }
 
 bool COutput::IsTerminal() const

@@ -33,7 +33,7 @@ public:
     void Write(const std::string& strText);
     void Line(const std::string& strText);
 
-    // "osprey: TEXT" on standard error.
+    // "osprey: TEXT" on standard error, with what could harm a terminal escaped.
     void Error(const std::string& strText);
 
     // Asks this process to end, with SIGTERM, when the reader of the output goes away. Call with
@@ -53,11 +53,14 @@ public:
     // Rows that stand below the lines of a terminal: these replace the last ones. Lines and errors
     // take them off. None is drawn that the terminal has no row for, and none at all while the
     // terminal takes nothing.
+    //
+    // The cursor is left at the beginning of the first row: whatever a terminal that is resized
+    // makes of the rows, wrapping them into more, all of it is behind the cursor.
     void Draw(const std::vector<std::string>& listRows);
 
-    // The end was asked for. The rows stay where they are, and the cursor moves on: a terminal has
-    // echoed a key into them. From now on what the output does not take within half a second, a
-    // stopped terminal or a full pipe, is left out.
+    // The end was asked for. The rows are drawn once more, since a terminal has echoed a key into
+    // them, and stay; the cursor moves on. From now on what the output does not take within half a
+    // second, a stopped terminal or a full pipe, is left out.
     void LeaveRows();
 
     bool IsTerminal() const;
@@ -71,6 +74,7 @@ private:
     int WriteAll(int nDescriptor, const std::string& strText);
     bool WaitUntilWritable(int nDescriptor);
     std::string TakeRows();
+    std::string RowsText() const;
     int Rows() const;
 
     int m_nOutput = -1;
@@ -79,8 +83,8 @@ private:
     std::atomic<bool> m_bEndWithReader{false};
     std::atomic<bool> m_bFailureTold{false};
     std::atomic<bool> m_bEnding{false};
-    std::atomic<bool> m_bStuck{false};  // took nothing for too long while ending
-    size_t m_nRows = 0;                 // that stand on the terminal; under m_mutex
+    std::atomic<bool> m_bStuck{false};    // took nothing for too long while ending
+    std::vector<std::string> m_listRows;  // that stand on the terminal; under m_mutex
 };
 
 #endif

@@ -11,8 +11,12 @@
 namespace
 {
 
-const int BAR_INTERVAL_MS = 100;
+const int BAR_INTERVAL_MS = 125;
+const int LINES_INTERVAL_MS = 500;
 const int JSON_INTERVAL_MS = 1000;
+const double LONG_SECONDS = 2.0;  // a file that takes longer is told of on its way
+const double STALLED_SECONDS = 5.0;
+const unsigned int QUARTER = 25;  // percent
 const int COLUMNS_FOR_BYTES = 60;
 const int SPARE_COLUMNS = 3;  // the cursor stays on the row, also behind an echoed ^C
 
@@ -53,8 +57,12 @@ void CProgress::Connected(const std::string& strPeer)
     }
 }
 
-CProgress::CFile::CFile(CProgress& progress, const std::string& strShown)
-    : m_progress(progress), m_strShown(strShown), m_dBegan(Now())
+CProgress::CFile::CFile(CProgress& progress, const std::string& strShown, bool bCheck)
+    : m_progress(progress),
+      m_strShown(strShown),
+      m_bCheck(bCheck),
+      m_dBegan(Now()),
+      m_dMoved(m_dBegan)
 {
     const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
     m_progress.m_listFiles.push_back(this);
@@ -69,9 +77,16 @@ CProgress::CFile::~CFile()
 void CProgress::CFile::Moves(unsigned int dwPercent, Orb_U64 ullDone, Orb_U64 ullSize)
 {
     const std::lock_guard<std::mutex> lock(m_progress.m_mutex);
+    m_dMoved = ullDone == m_ullDone ? m_dMoved : Now();
     m_dwPercent = dwPercent;
     m_ullDone = ullDone;
     m_ullSize = ullSize;
+}
+
+// One whose bytes have all moved is only waited for.
+bool CProgress::CFile::IsStalled(double dNow) const
+{
+    return m_dwPercent < 100 && dNow - m_dMoved >= STALLED_SECONDS;
 }
 
 void CProgress::CFile::Ends(Orb_U64 ullBytes)
@@ -112,6 +127,7 @@ void CProgress::Remove(const CFile& file)
     if (it != m_listFiles.end())
     {
         m_listFiles.erase(it);
+        m_nChecked += file.m_bCheck ? 1 : 0;
     }
 }
 
@@ -147,43 +163,27 @@ void CProgress::ShowFailure(const std::string& strShown, const std::string& strR
     {
         Show(CJsonLine("failed").Text("path", strShown).Text("reason", strReason).ToString());
     }
-    m_output.Write(Clear());
     m_output.Error(PlainText(strShown) + ": " + strReason);
 }
 
 void CProgress::Message(const std::string& strText)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_output.Write(Clear());
     m_output.Error(strText);
 }
 
 void CProgress::Interrupted()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_output.Write(m_nLines > 0 ? "\n" : "");
-    m_nLines = 0;
+    m_output.LeaveRows();
 }
 
 void CProgress::Show(const std::string& strLine)
 {
-    if (m_eStyle == STYLE_QUIET)
+    if (m_eStyle != STYLE_QUIET)
     {
-        return;
+        m_output.Line(strLine);
     }
-    m_output.Write(Clear() + strLine + "\n");
-}
-
-// Takes the bars off the terminal: the text that does it.
-std::string CProgress::Clear()
-{
-    if (m_nLines == 0)
-    {
-        return std::string();
-    }
-    const std::string strUp = m_nLines > 1 ? "\x1B[" + std::to_string(m_nLines - 1) + "A" : "";
-    m_nLines = 0;
-    return "\r" + strUp + "\x1B[J";
 }
 
 void CProgress::Draw()
@@ -197,13 +197,17 @@ void CProgress::Draw()
     {
         return;
     }
-    if (m_eStyle == STYLE_BAR)
+    switch (m_eStyle)
     {
-        DrawBars(dNow);
-    }
-    else
-    {
-        WriteEvents(dNow);
+        case STYLE_BAR:
+            DrawBars(dNow);
+            break;
+        case STYLE_JSON:
+            WriteEvents(dNow);
+            break;
+        default:
+            WriteQuarters(dNow);
+            break;
     }
     m_dDrawn = dNow;
 }
@@ -211,19 +215,52 @@ void CProgress::Draw()
 void CProgress::DrawBars(double dNow)
 {
     const int nColumns = m_output.Columns() - SPARE_COLUMNS;
-    const bool bOne = !m_bSideBySide;
-    const bool bTotal = m_bSideBySide || m_nFiles > 1;
-    const std::string strBars =
-        (bOne ? RenderBar(FileBar(*m_listFiles.front(), dNow), nColumns) : "") +
-        (bOne && bTotal ? "\n" : "") + (bTotal ? RenderBar(TotalBar(nColumns), nColumns) : "");
-    m_output.Write(Clear() + strBars);
-    m_nLines = bOne && bTotal ? 2 : 1;
+    std::vector<std::string> listRows;
+    if (m_listFiles.front()->m_bCheck)
+    {
+        m_output.Draw({RenderBar(CheckBar(dNow), nColumns)});
+        return;
+    }
+    if (!m_bSideBySide)
+    {
+        listRows.push_back(RenderBar(FileBar(*m_listFiles.front(), dNow), nColumns));
+    }
+    if (m_bSideBySide || m_nFiles > 1)
+    {
+        listRows.push_back(RenderBar(TotalBar(nColumns, dNow), nColumns));
+    }
+    m_output.Draw(listRows);
+}
+
+// Each quarter of a long file once, the last one when it ends.
+void CProgress::WriteQuarters(double dNow)
+{
+    for (CFile* pFile : m_listFiles)
+    {
+        const unsigned int dwQuarter = std::min(pFile->m_dwPercent / QUARTER, 3U);
+        const double dTaken = dNow - pFile->m_dBegan;
+        if (dTaken < LONG_SECONDS || dwQuarter <= pFile->m_dwQuarter)
+        {
+            continue;
+        }
+        pFile->m_dwQuarter = dwQuarter;
+        const char* pszDoes = pFile->m_bCheck ? "verifying "
+                              : m_bSubmit     ? "sending "
+                                              : "receiving ";
+        m_output.Line(pszDoes + PlainText(pFile->m_strShown) + ": " +
+                      std::to_string(pFile->m_dwPercent) + "%, " + FormatBytes(pFile->m_ullDone) +
+                      ", " + FormatRate(pFile->m_ullDone, dTaken));
+    }
 }
 
 void CProgress::WriteEvents(double dNow)
 {
     for (const CFile* pFile : m_listFiles)
     {
+        if (pFile->m_bCheck)
+        {
+            continue;
+        }
         const double dTaken = std::max(dNow - pFile->m_dBegan, 1e-3);
         const double dRate = m_bSideBySide ? static_cast<double>(pFile->m_ullDone) / dTaken
                                            : std::max(m_meter.Rate(), 0.0);
@@ -234,6 +271,7 @@ void CProgress::WriteEvents(double dNow)
                           .Number("files_done", m_nEnded)
                           .Number("files", m_nFiles)
                           .Real("bytes_per_second", dRate)
+                          .Flag("stalled", pFile->IsStalled(dNow))
                           .ToString());
     }
 }
@@ -244,7 +282,7 @@ Orb_U64 CProgress::Moved() const
     Orb_U64 ullMoved = m_ullMoved;
     for (const CFile* pFile : m_listFiles)
     {
-        ullMoved += pFile->m_ullDone;
+        ullMoved += pFile->m_bCheck ? 0 : pFile->m_ullDone;
     }
     return ullMoved;
 }
@@ -273,11 +311,33 @@ std::string CProgress::TimeLeft() const
 CBar CProgress::FileBar(const CFile& file, double dNow) const
 {
     return {PlainText(file.m_strShown), file.m_dwPercent,
-            m_nFiles > 1 ? FormatRate(file.m_ullDone, dNow - file.m_dBegan) : RateNow(),
-            TimeLeft()};
+            m_nFiles > 1 ? FormatRate(file.m_ullDone, dNow - file.m_dBegan) : RateNow(), TimeLeft(),
+            file.IsStalled(dNow)};
 }
 
-CBar CProgress::TotalBar(int nColumns) const
+// Of all files that come back; they count alike.
+CBar CProgress::CheckBar(double dNow) const
+{
+    CBar bar;
+    Orb_U64 ullPercents = m_nChecked * 100ULL;
+    Orb_U64 ullDone = 0;
+    bar.m_bStalled = true;
+    for (const CFile* pFile : m_listFiles)
+    {
+        ullPercents += pFile->m_dwPercent;
+        ullDone += pFile->m_ullDone;
+        bar.m_bStalled = bar.m_bStalled && pFile->IsStalled(dNow);
+    }
+    const size_t nBegun = std::min(m_nChecked + m_listFiles.size(), m_nEnded);
+    bar.m_strLabel = "verifying " + std::to_string(nBegun) + "/" + std::to_string(m_nEnded) + " " +
+                     PlainText(m_listFiles.front()->m_strShown);
+    bar.m_dwPercent = Percent(ullPercents, m_nEnded * 100ULL);
+    bar.m_strRate = FormatRate(ullDone, dNow - m_listFiles.front()->m_dBegan);
+    bar.m_strLeft = m_nChecked + m_listFiles.size() >= m_nEnded ? TimeLeft() : FormatDuration(-1.0);
+    return bar;
+}
+
+CBar CProgress::TotalBar(int nColumns, double dNow) const
 {
     const size_t nOver = m_nEnded + m_nFailedFiles;
     const size_t nBegun = std::min(nOver + m_listFiles.size(), m_nFiles);
@@ -286,6 +346,8 @@ CBar CProgress::TotalBar(int nColumns) const
     total.m_strLabel = "total " + std::to_string(nBegun) + "/" + std::to_string(m_nFiles);
     total.m_strLabel += nColumns < COLUMNS_FOR_BYTES ? "" : ", " + FormatBytes(ullAll);
     total.m_strRate = RateNow();
+    total.m_bStalled = std::all_of(m_listFiles.begin(), m_listFiles.end(),
+                                   [dNow](const CFile* pFile) { return pFile->IsStalled(dNow); });
     if (m_bBytesKnown && m_ullBytes > 0)
     {
         total.m_dwPercent = Percent(ullAll, m_ullBytes);
@@ -314,6 +376,8 @@ void CProgress::Finish()
                  .Number("files", m_nEnded)
                  .Number("folders", m_nFolders)
                  .Number("failed", m_nFailed)
+                 .Number("not_verified", m_nNotVerified)
+                 .Number("finished_before", m_nFinishedBefore)
                  .Moved(m_ullEnded, dSeconds)
                  .ToString());
         return;
@@ -328,6 +392,11 @@ void CProgress::Finish()
     const std::string strRate = FormatRate(m_ullEnded, dSeconds);
     strLine += (strRate.empty() ? "" : ", " + strRate);
     strLine += m_nFailed > 0 ? "; " + std::to_string(m_nFailed) + " failed" : "";
+    strLine += m_nNotVerified > 0 ? ", " + std::to_string(m_nNotVerified) + " not verified" : "";
+    strLine += m_nFinishedBefore == 0 ? ""
+               : m_nFinishedBefore == 1
+                   ? "; 1 file was finished before"
+                   : "; " + FormatCount(m_nFinishedBefore, "file") + " were finished before";
     Show(strLine);
 }
 
@@ -337,6 +406,8 @@ int CProgress::DrawInterval() const
     {
         case STYLE_BAR:
             return BAR_INTERVAL_MS;
+        case STYLE_LINES:
+            return LINES_INTERVAL_MS;
         case STYLE_JSON:
             return JSON_INTERVAL_MS;
         default:
@@ -348,4 +419,22 @@ size_t CProgress::Failures() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_nFailed;
+}
+
+void CProgress::FinishedBefore(size_t nFiles)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_nFinishedBefore = nFiles;
+}
+
+void CProgress::CountNotVerified()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_nNotVerified;
+}
+
+size_t CProgress::NotVerified() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_nNotVerified;
 }

@@ -14,10 +14,14 @@
 //
 //   terminal   a line for each finished file; below them a bar for all files, and, where they go
 //              one after another, one above it for the current file
-//   pipe       a line for each finished file, and a summary
+//   pipe       a line for each finished file, and a summary; one more at each quarter of a file
+//   that
+//              takes long
 //   JSON       the same as events, and at most one "progress" a second for each file under way,
 //              with the rate of now, or, side by side, the file's own since it began
 //   quiet      nothing
+//
+// A file under way, and the total, are stalled when no byte has moved for five seconds.
 //
 // Failures and warnings go to standard error in every style.
 //
@@ -53,11 +57,10 @@ public:
     // A message on standard error.
     void Message(const std::string& strText);
 
-    // A signal ends the run. The terminal has echoed the key that sent it into the bars, so they
-    // stay as they are and the cursor moves on.
+    // A signal ends the run: the bars stay.
     void Interrupted();
 
-    // Shows the state when it is time to, at most ten times a second.
+    // Shows the state when it is time to: bars eight times a second.
     void Draw();
 
     // The run is over: the bars go, the summary comes.
@@ -68,12 +71,20 @@ public:
 
     size_t Failures() const;
 
+    // So many files need not be moved: an earlier run has.
+    void FinishedBefore(size_t nFiles);
+
+    // One of the failures is a file that was not verified.
+    void CountNotVerified();
+    size_t NotVerified() const;
+
 private:
-    std::string Clear();
     void DrawBars(double dNow);
+    void WriteQuarters(double dNow);
     void WriteEvents(double dNow);
     CBar FileBar(const CFile& file, double dNow) const;
-    CBar TotalBar(int nColumns) const;
+    CBar CheckBar(double dNow) const;
+    CBar TotalBar(int nColumns, double dNow) const;
     std::string RateNow() const;
     std::string TimeLeft() const;
     Orb_U64 Moved() const;
@@ -94,19 +105,21 @@ private:
     bool m_bSideBySide = false;
     bool m_bConnected = false;
 
-    std::vector<const CFile*> m_listFiles;  // under way, in the order in which they began
+    std::vector<CFile*> m_listFiles;  // under way, in the order in which they began
 
-    size_t m_nEnded = 0;  // files whole
+    size_t m_nEnded = 0;    // files whole
+    size_t m_nChecked = 0;  // files that came back
     size_t m_nFolders = 0;
     size_t m_nFailed = 0;  // files and folders
     size_t m_nFailedFiles = 0;
+    size_t m_nNotVerified = 0;
+    size_t m_nFinishedBefore = 0;
     Orb_U64 m_ullEnded = 0;  // bytes of the files that are whole
     Orb_U64 m_ullMoved = 0;  // bytes moved before the files under way, failed files included
     double m_dBegan = 0.0;
 
     CRateMeter m_meter;
     double m_dDrawn = -1.0;
-    int m_nLines = 0;  // of bars that stand on the terminal now
 };
 
 // A file or folder under way, shown from the beginning of its life until it ends, fails or is
@@ -117,7 +130,9 @@ private:
 class CProgress::CFile final
 {
 public:
-    CFile(CProgress& progress, const std::string& strShown);
+    // bCheck: it is whole at the server, and comes back to be compared; it is told of by bars and
+    // lines, and counts nowhere.
+    CFile(CProgress& progress, const std::string& strShown, bool bCheck = false);
     ~CFile();
     CFile(const CFile&) = delete;
     CFile& operator=(const CFile&) = delete;
@@ -133,10 +148,15 @@ public:
 private:
     friend class CProgress;
 
+    bool IsStalled(double dNow) const;
+
     CProgress& m_progress;
     const std::string m_strShown;
+    const bool m_bCheck;
     const double m_dBegan;
+    double m_dMoved;  // when bytes were last seen to move
     unsigned int m_dwPercent = 0;
+    unsigned int m_dwQuarter = 0;  // told of last
     Orb_U64 m_ullDone = 0;
     Orb_U64 m_ullSize = 0;
 };

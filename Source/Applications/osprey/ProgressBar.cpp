@@ -8,6 +8,7 @@
 namespace
 {
 
+const char STALLED[] = "stalled";
 const int COLUMNS_FOR_RATE = 44;
 const int COLUMNS_FOR_LEFT = 56;
 const int RATE_COLUMNS = 12;
@@ -35,13 +36,17 @@ std::string Figures(const CBar& bar, int nColumns)
     char szPercent[16];
     snprintf(szPercent, sizeof szPercent, " %3u%%", std::min(bar.m_dwPercent, 100U));
     std::string strResult = szPercent;
+    if (bar.m_bStalled && nColumns < COLUMNS_FOR_RATE)
+    {
+        return std::string(" ") + STALLED;
+    }
     if (nColumns >= COLUMNS_FOR_RATE)
     {
-        strResult += "  " + PadLeft(bar.m_strRate, RATE_COLUMNS);
+        strResult += "  " + PadLeft(bar.m_bStalled ? STALLED : bar.m_strRate, RATE_COLUMNS);
     }
     if (nColumns >= COLUMNS_FOR_LEFT)
     {
-        strResult += "  " + PadLeft(bar.m_strLeft, LEFT_COLUMNS);
+        strResult += "  " + PadLeft(bar.m_bStalled ? "" : bar.m_strLeft, LEFT_COLUMNS);
     }
     return strResult;
 }

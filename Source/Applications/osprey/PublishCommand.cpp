@@ -1,5 +1,6 @@
 #include "PublishCommand.h"
 
+#include "ConnectionGate.h"
 #include "EventLog.h"
 #include "PublishPump.h"
 #include "RefusingHost.h"
@@ -22,16 +23,19 @@ int RunPublish(const COptions& options, COutput& output)
     output.EndWithReader();
     CServeEvents events(log);
     CRefusingHost host(events);
+    CConnectionGate gate(options.m_admission, events);
     CServerRun server(host, output);
+    gate.Guard(server.Server());
     if (!server.Start(options.m_wPort))
     {
         return EXIT_NOT_CONNECTED;
     }
     pump.TellSources();
-    events.Listening(server.Port(), std::string(), false, pump.Channels());
+    events.Listening(server.Port(), nullptr, pump.Channels());
     pump.RunToEnd(server.Server(), signals, options.m_dwLingerSeconds);
     signals.ForceOnNext([] {});
     server.End();
+    gate.Summarize();
     pump.Summarize();
     events.Stopped();
     return pump.HasFailed() ? EXIT_FILE_FAILED : EXIT_DONE;

@@ -8,7 +8,7 @@
 namespace
 {
 
-const int DRAW_INTERVAL_MS = 100;
+const int DRAW_INTERVAL_MS = 125;
 const int SPARE_COLUMNS = 3;  // the cursor stays on the row, also behind an echoed ^C
 
 double Now()

@@ -1,13 +1,11 @@
 #include "RootMap.h"
 
 #include <limits.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "Text.h"
 
@@ -92,6 +90,10 @@ std::string Join(const std::vector<std::string>& listParts)
 
 const char* KindFault(EFileKind eKind, CRootMap::EUse eUse)
 {
+    if (eKind == KIND_LINK)
+    {
+        return "it is a symbolic link";
+    }
     if (eUse == CRootMap::USE_CREATE_FOLDER)
     {
         return eKind == KIND_FOLDER || eKind == KIND_MISSING ? nullptr
@@ -105,28 +107,6 @@ const char* KindFault(EFileKind eKind, CRootMap::EUse eUse)
 }
 
 }  // namespace
-
-bool CRootMap::Open(const std::string& strRoot, std::string& strReason)
-{
-    const std::unique_ptr<char, void (*)(void*)> pReal(realpath(strRoot.c_str(), nullptr), free);
-    if (!pReal)
-    {
-        strReason = strerror(errno);
-        return false;
-    }
-    if (KindOf(pReal.get(), true) != KIND_FOLDER)
-    {
-        strReason = "it is not a folder";
-        return false;
-    }
-    m_strRoot = pReal.get();
-    return true;
-}
-
-const std::string& CRootMap::Root() const
-{
-    return m_strRoot;
-}
 
 bool CRootMap::SplitName(const std::string& strName, std::vector<std::string>& listParts,
                          std::string& strReason)
@@ -170,12 +150,12 @@ CRootMap::CResult CRootMap::Map(const std::string& strName, EUse eUse) const
         return result;
     }
     result.m_strShown = Join(listParts);
-    if (m_strRoot.size() + 1 + result.m_strShown.size() > LONGEST_PATH)
+    if (m_root.Path().size() + 1 + result.m_strShown.size() > LONGEST_PATH)
     {
         result.m_strReason = "the name is too long";
         return result;
     }
-    if (!Follow(listParts, eUse == USE_DELETE, result))
+    if (!Find(result))
     {
         return result;
     }
@@ -185,92 +165,24 @@ CRootMap::CResult CRootMap::Map(const std::string& strName, EUse eUse) const
     return result;
 }
 
-// Walks from the root down. As long as parts exist, the path is kept free of links; below the first
-// part that is missing there can be none.
-bool CRootMap::Follow(const std::vector<std::string>& listParts, bool bKeepLastLink,
-                      CResult& result) const
+// False with a reason when something on the way stands in it.
+bool CRootMap::Find(CResult& result) const
 {
-    std::string strPath = m_strRoot;
-    EFileKind eKind = KIND_FOLDER;
-    for (size_t i = 0; i < listParts.size(); ++i)
+    struct stat info
     {
-        if (eKind != KIND_FOLDER && eKind != KIND_MISSING)
-        {
-            result.m_strReason = "a part of the path is no folder";
-            return false;
-        }
-        strPath = JoinPath(strPath, listParts[i]);
-        struct stat info
-        {
-        };
-        if (lstat(strPath.c_str(), &info) != 0 && errno != ENOENT)
-        {
-            result.m_strReason = strerror(errno);
-            return false;
-        }
-        eKind = KindOf(strPath, false);
-        if (eKind == KIND_LINK)
-        {
-            std::string strTarget = strPath;
-            if (!FollowLink(strTarget, result.m_strReason))
-            {
-                return false;
-            }
-            const bool bLast = i + 1 == listParts.size();
-            strPath = bLast && bKeepLastLink ? strPath : strTarget;
-            eKind = bLast && bKeepLastLink ? KIND_LINK : KindOf(strTarget, false);
-        }
-    }
-    result.m_strPath = strPath;
-    result.m_eKind = eKind;
-    return true;
-}
-
-bool CRootMap::FollowLink(std::string& strPath, std::string& strReason) const
-{
-    const std::unique_ptr<char, void (*)(void*)> pReal(realpath(strPath.c_str(), nullptr), free);
-    if (!pReal)
+    };
+    result.m_entry = m_root.Find(result.m_strShown);
+    if (result.m_entry.IsValid() && fstat(result.m_entry.Get(), &info) == 0)
     {
-        strReason = "a symbolic link leads nowhere";
-        return false;
-    }
-    strPath = pReal.get();
-    if (!IsInside(strPath))
-    {
-        strReason = "a symbolic link leads out of the served folder";
-        return false;
-    }
-    return true;
-}
-
-bool CRootMap::IsInside(const std::string& strPath) const
-{
-    if (m_strRoot == "/" || strPath == m_strRoot)
-    {
+        result.m_eKind = KindOfMode(info.st_mode);
         return true;
     }
-    return strPath.compare(0, m_strRoot.size() + 1, m_strRoot + "/") == 0;
-}
-
-bool CRootMap::CreateFolders(const std::string& strPath, std::vector<std::string>& listCreated)
-{
-    size_t nSlash = 0;
-    while (nSlash != std::string::npos)
+    const int nError = errno;
+    if (nError != ENOENT)
     {
-        nSlash = strPath.find('/', nSlash + 1);
-        const std::string strFolder = strPath.substr(0, nSlash);
-        if (KindOf(strFolder, true) == KIND_FOLDER)
-        {
-            continue;
-        }
-        if (mkdir(strFolder.c_str(), 0777) == 0)
-        {
-            listCreated.push_back(strFolder);
-        }
-        else if (errno != EEXIST || KindOf(strFolder, true) != KIND_FOLDER)
-        {
-            return false;
-        }
+        const char* pszLink = nError == ELOOP ? "a part of the path is a symbolic link" : nullptr;
+        const char* pszFile = nError == ENOTDIR ? "a part of the path is no folder" : pszLink;
+        result.m_strReason = pszFile == nullptr ? strerror(nError) : pszFile;
     }
-    return true;
+    return nError == ENOENT;
 }

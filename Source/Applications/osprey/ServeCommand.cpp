@@ -1,20 +1,23 @@
 #include "ServeCommand.h"
 
+#include "ConnectionGate.h"
 #include "EventLog.h"
 #include "PublishPump.h"
-#include "RootMap.h"
+#include "RootFolder.h"
+#include "Sandbox.h"
 #include "ServeEvents.h"
 #include "ServeHost.h"
 #include "ServeTransfers.h"
 #include "ServerRun.h"
+#include "ServiceNotice.h"
 #include "Signals.h"
 #include "Text.h"
 
 int RunServe(const COptions& options, COutput& output)
 {
-    CRootMap map;
+    CRootFolder root;
     std::string strReason;
-    if (!map.Open(options.m_strRoot, strReason))
+    if (!root.Open(options.m_strRoot, strReason))
     {
         output.Error("cannot serve " + QuoteText(options.m_strRoot) + ": " + strReason);
         return EXIT_USAGE;
@@ -27,22 +30,34 @@ int RunServe(const COptions& options, COutput& output)
     {
         return nOpened;
     }
+    const CServiceNotice notice;
     const CSignals signals;
-    signals.ForceWhenStuck();
     output.EndWithReader();
     CServeEvents events(log);
-    CServeTransfers transfers(events, map.Root());
-    CServeHost host(map, events, transfers, options.m_bReadOnly);
+    CServeQuota quota(options.m_ullMaxFile, options.m_ullMaxTotal);
+    CServeTransfers transfers(events, quota);
+    // All that the process needs is open by now; threads that begin later are confined with it.
+    const bool bSandbox = ConfineTo(root.Root(), options.m_bReadOnly);
+    signals.ForceWhenStuck();
+    quota.Count(root);
+    CServeHost host(root, events, transfers, options.m_bReadOnly);
+    CConnectionGate gate(options.m_admission, events);
     CServerRun server(host, output);
+    gate.Guard(server.Server());
+    transfers.SetServer(server.Server());
     if (!server.Start(options.m_wPort))
     {
         return EXIT_NOT_CONNECTED;
     }
     pump.TellSources();
-    events.Listening(server.Port(), map.Root(), options.m_bReadOnly, pump.Channels());
+    const CServeEvents::CServed served{root.Path(), options.m_bReadOnly, bSandbox};
+    events.Listening(server.Port(), &served, pump.Channels());
+    notice.Ready("Serving " + QuoteText(root.Path()) + " on port " + std::to_string(server.Port()));
     pump.RunUntilSignal(server.Server(), signals);
     signals.ForceOnNext([] {});
+    notice.Stopping();
     server.End();
+    gate.Summarize();
     transfers.EndAll();
     pump.Summarize();
     events.Stopped();

@@ -33,16 +33,18 @@ const char* Direction(bool bUpload)
 
 }  // namespace
 
-void CServeEvents::Listening(unsigned short wPort, const std::string& strRoot, bool bReadOnly,
+void CServeEvents::Listening(unsigned short wPort, const CServed* pServed,
                              const std::vector<Orb_U32>& listChannels)
 {
     CJsonLine json("listening");
     json.Number("port", wPort);
     std::string strText = "on port " + std::to_string(wPort);
-    if (!strRoot.empty())
+    if (pServed != nullptr)
     {
-        json.Text("root", strRoot).Flag("read_only", bReadOnly);
-        strText += ", serving " + QuoteText(strRoot) + (bReadOnly ? " read-only" : "");
+        json.Text("root", pServed->m_strRoot).Flag("read_only", pServed->m_bReadOnly);
+        json.Text("sandbox", pServed->m_bSandbox ? "landlock" : "none");
+        strText += ", serving " + QuoteText(pServed->m_strRoot) +
+                   (pServed->m_bReadOnly ? " read-only" : "");
     }
     if (!listChannels.empty())
     {
@@ -65,6 +67,16 @@ void CServeEvents::Connected(const std::string& strConnection)
 void CServeEvents::Disconnected(const std::string& strConnection)
 {
     m_log.Write(JsonOf("disconnected", strConnection), "disconnected", QuoteText(strConnection));
+}
+
+void CServeEvents::TurnedAway(const std::string& strAddress, const std::string& strReason,
+                              Orb_U64 ullCount)
+{
+    CJsonLine json("turned_away");
+    json.Text("address", strAddress).Text("reason", strReason).Number("connections", ullCount);
+    m_log.Write(json, "turned_away",
+                (ullCount == 1 ? "" : FormatCount(ullCount, "connection") + ", the last from ") +
+                    strAddress + ": " + strReason);
 }
 
 void CServeEvents::Finished(bool bUpload, const CConnectionName& connection,

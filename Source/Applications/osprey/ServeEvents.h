@@ -22,13 +22,24 @@ public:
     // The log must outlive this object.
     explicit CServeEvents(CEventLog& log) : m_log(log) {}
 
-    // strRoot: empty when no folder is served. listChannels: the channels that are published.
-    void Listening(unsigned short wPort, const std::string& strRoot, bool bReadOnly,
+    // The folder that is served, and how.
+    struct CServed
+    {
+        std::string m_strRoot;
+        bool m_bReadOnly = false;
+        bool m_bSandbox = false;  // the kernel confines the server to it
+    };
+
+    // pServed: null when no folder is served. listChannels: the channels that are published.
+    void Listening(unsigned short wPort, const CServed* pServed,
                    const std::vector<Orb_U32>& listChannels);
     void Stopped();
 
     void Connected(const std::string& strConnection);
     void Disconnected(const std::string& strConnection);
+
+    // Connections that were closed at once: how many, and the last one's address and fault.
+    void TurnedAway(const std::string& strAddress, const std::string& strReason, Orb_U64 ullCount);
 
     // A file has arrived or left, whole.
     void Finished(bool bUpload, const CConnectionName& connection, const std::string& strShown,

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -24,14 +23,15 @@ CConnectionName NameOfConnection(const char* pszConnection)
 
 }  // namespace
 
-CServeHost::CServeHost(const CRootMap& map, CServeEvents& events, CServeTransfers& transfers,
+CServeHost::CServeHost(const CRootFolder& root, CServeEvents& events, CServeTransfers& transfers,
                        bool bReadOnly)
-    : m_map(map), m_events(events), m_transfers(transfers), m_bReadOnly(bReadOnly)
+    : m_root(root), m_map(root), m_events(events), m_transfers(transfers), m_bReadOnly(bReadOnly)
 {
 }
 
 int CServeHost::OnRequest(KS_REQUEST eRequest, void* pRecord)
 {
+    m_transfers.ReleaseHeld();
     try
     {
         switch (eRequest)
@@ -86,18 +86,17 @@ bool CServeHost::Allow(const char* pszRequest, const CConnectionName& connection
     return result.m_bAllowed;
 }
 
-bool CServeHost::MakeFolders(const CConnectionName& connection, const std::string& strFolder)
+CDescriptor CServeHost::MakeFolder(const CConnectionName& connection, const std::string& strFolder)
 {
     std::vector<std::string> listCreated;
-    const bool bMade = CRootMap::CreateFolders(strFolder, listCreated);
+    CDescriptor folder = m_root.MakeFolder(strFolder, listCreated);
     const int nError = errno;
-    const size_t nRoot = m_map.Root() == "/" ? 1 : m_map.Root().size() + 1;
     for (const std::string& strCreated : listCreated)
     {
-        m_events.FolderCreated(connection, strCreated.substr(nRoot));
+        m_events.FolderCreated(connection, strCreated);
     }
     errno = nError;
-    return bMade;
+    return folder;
 }
 
 void CServeHost::Upload(KS_UPLOAD_FILE& request)
@@ -110,12 +109,19 @@ void CServeHost::Upload(KS_UPLOAD_FILE& request)
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
+    const CServeTransfers::CUpload upload{connection, result, request.ullSize, request.ullOffset};
+    if (const char* pszFault = m_transfers.Fault(m_root, upload))
+    {
+        m_events.Refused("upload", connection, request.pszName, pszFault);
+        request.strResolvedPath = REFUSED_PATH;
+        return;
+    }
     std::string strPath;
     Orb_U64 ullContext = 0;
-    if (MakeFolders(connection, FolderOf(result.m_strPath)))
+    CDescriptor folder = MakeFolder(connection, FolderOf(result.m_strShown));
+    if (folder.IsValid())
     {
-        ullContext = m_transfers.BeginUpload(connection, result.m_strPath, result.m_strShown,
-                                             request.ullSize, request.ullOffset, strPath);
+        ullContext = m_transfers.BeginUpload(upload, std::move(folder), strPath);
     }
     if (ullContext == 0)
     {
@@ -138,12 +144,19 @@ void CServeHost::Download(KS_DOWNLOAD_FILE& request)
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
+    if (!result.m_entry.IsValid())
+    {
+        m_events.Failed("download", connection, result.m_strShown, strerror(ENOENT));
+        request.strResolvedPath = REFUSED_PATH;  // where the library finds nothing either
+        return;
+    }
     // Also when it will fail: the library then answers with the code that fits.
-    request.strResolvedPath = result.m_strPath;
+    request.strResolvedPath = m_transfers.Hold(std::move(result.m_entry));
     struct stat info
     {
     };
-    if (stat(result.m_strPath.c_str(), &info) != 0 || access(result.m_strPath.c_str(), R_OK) != 0)
+    const char* pszPath = request.strResolvedPath.c_str();
+    if (stat(pszPath, &info) != 0 || access(pszPath, R_OK) != 0)
     {
         m_events.Failed("download", connection, result.m_strShown, strerror(errno));
         return;
@@ -163,13 +176,14 @@ void CServeHost::CreateFolder(KS_CREATE_DIR& request)
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
-    if (!MakeFolders(connection, result.m_strPath))
+    CDescriptor folder = MakeFolder(connection, result.m_strShown);
+    if (!folder.IsValid())
     {
         m_events.Failed("folder", connection, result.m_strShown, strerror(errno));
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
-    request.strResolvedPath = result.m_strPath;
+    request.strResolvedPath = m_transfers.Hold(std::move(folder));
 }
 
 void CServeHost::Delete(KS_DELETE_TREE& request)
@@ -182,26 +196,36 @@ void CServeHost::Delete(KS_DELETE_TREE& request)
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
-    if (m_transfers.Discard(connection, result.m_strPath))
+    if (m_transfers.Discard(connection, result.m_strShown))
     {
         // Told by the transfers; the target itself stays, and the peer hears of success.
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
-    request.strResolvedPath = result.m_strPath;
-    if (unlink(result.m_strPath.c_str()) == 0)
+    Unlink(connection, result, request.strResolvedPath);
+}
+
+void CServeHost::Unlink(const CConnectionName& connection, const CRootMap::CResult& target,
+                        std::string& strResolvedPath)
+{
+    CDescriptor folder = m_root.Find(FolderOf(target.m_strShown));
+    const std::string strName = NameOf(target.m_strShown);
+    if (folder.IsValid() && unlinkat(folder.Get(), strName.c_str(), 0) == 0)
     {
-        m_events.Deleted(connection, result.m_strShown);
+        m_transfers.Deleted(target.m_entry);
+        m_events.Deleted(connection, target.m_strShown);
+        strResolvedPath = REFUSED_PATH;
+        return;
     }
-    else
-    {
-        m_events.Failed("delete", connection, result.m_strShown, strerror(errno));
-    }
+    m_events.Failed("delete", connection, target.m_strShown, strerror(errno));
+    // What could not be deleted here fails in the library as well, which then says so.
+    const bool bThere = folder.IsValid() && KindAt(folder, strName) != KIND_MISSING;
+    strResolvedPath =
+        bThere ? JoinPath(m_transfers.Hold(std::move(folder)), strName) : REFUSED_PATH;
 }
 
 void CServeHost::NameConnection(const KS_NAME_CONNECTION& request)
 {
-    m_mapConnections[request.pStream] = request.pszName;
     m_events.Connected(request.pszName);
 }
 
@@ -209,14 +233,7 @@ void CServeHost::OnDisconnect(const char* pszName)
 {
     try
     {
-        const auto IsNamed = [pszName](const auto& entry) { return entry.second == pszName; };
-        const auto it = std::find_if(m_mapConnections.begin(), m_mapConnections.end(), IsNamed);
-        if (it != m_mapConnections.end())
-        {
-            m_mapConnections.erase(it);
-        }
-        const bool bLast = std::none_of(m_mapConnections.begin(), m_mapConnections.end(), IsNamed);
-        m_transfers.ConnectionEnded(pszName, bLast);
+        m_transfers.ConnectionEnded();
         m_events.Disconnected(pszName);
     }
     catch (const std::exception&)

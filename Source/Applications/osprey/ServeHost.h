@@ -1,7 +1,6 @@
 #ifndef OSPREY_TOOL_SERVEHOST_H
 #define OSPREY_TOOL_SERVEHOST_H
 
-#include <map>
 #include <string>
 
 #include "LibOsprey.h"
@@ -10,6 +9,9 @@
 #include "ServeTransfers.h"
 
 // Answers the server's requests: where a name leads, or that it leads nowhere.
+//
+// What is allowed is given a path below /proc/self/fd, which leads to what was judged here,
+// whatever stands under its name by the time that the library opens it.
 //
 // What is refused is given the path /dev/null/refused, below which nothing can exist; the library
 // then fails by itself with the protocol's own error (a deletion is answered with success). What is
@@ -22,8 +24,8 @@
 class CServeHost final : public IOspreyServerCallback
 {
 public:
-    // map, events and transfers must outlive this object.
-    CServeHost(const CRootMap& map, CServeEvents& events, CServeTransfers& transfers,
+    // root, events and transfers must outlive this object.
+    CServeHost(const CRootFolder& root, CServeEvents& events, CServeTransfers& transfers,
                bool bReadOnly);
     CServeHost(const CServeHost&) = delete;
     CServeHost& operator=(const CServeHost&) = delete;
@@ -41,15 +43,15 @@ private:
     // Maps a name; false when refused, which is then reported.
     bool Allow(const char* pszRequest, const CConnectionName& connection, const char* pszName,
                CRootMap::EUse eUse, CRootMap::CResult& result);
-    bool MakeFolders(const CConnectionName& connection, const std::string& strFolder);
+    CDescriptor MakeFolder(const CConnectionName& connection, const std::string& strFolder);
+    void Unlink(const CConnectionName& connection, const CRootMap::CResult& target,
+                std::string& strResolvedPath);
 
-    const CRootMap& m_map;
+    const CRootFolder& m_root;
+    const CRootMap m_map;
     CServeEvents& m_events;
     CServeTransfers& m_transfers;
     bool m_bReadOnly;
-    // The connections that have a name, by their task. Two may share a name, and the end of one is
-    // told by its name alone; which entry then goes makes no difference.
-    std::map<const void*, std::string> m_mapConnections;
 };
 
 #endif

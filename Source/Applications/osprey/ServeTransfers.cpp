@@ -1,36 +1,37 @@
 #include "ServeTransfers.h"
 
-#include <dirent.h>
-#include <limits.h>
-#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-#include <set>
-#include <utility>
+#include <algorithm>
 
 #include "TempFile.h"
 
 namespace
 {
 
-const char PARTIAL_SUFFIX[] = ".osprey-partial";
-const Orb_U64 CONTINUE = ~0ULL;
-
-// A peer can begin transfers without end and give them up untold; the oldest make room. A
-// connection has at most 256 alive, so a few connections never come near.
+// A peer can begin transfers without end and give them up untold. A connection has at most 256
+// alive, so a few connections never come near.
 const size_t MOST_TRANSFERS = 4096;
 
-using CFileId = std::pair<dev_t, ino_t>;
+}  // namespace
 
-bool FileId(const std::string& strPath, CFileId& id, Orb_U64* pSize)
+double CServeTransfers::CTransfer::Seconds() const
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+}
+
+CServeTransfers::CServeTransfers(CServeEvents& events, CServeQuota& quota)
+    : m_events(events), m_quota(quota), m_pOpenFiles(opendir("/proc/self/fd"), closedir)
+{
+}
+
+bool CServeTransfers::FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSize)
 {
     struct stat info
     {
     };
-    if (stat(strPath.c_str(), &info) != 0)
+    if (fstat(file.Get(), &info) != 0)
     {
         return false;
     }
@@ -43,93 +44,30 @@ bool FileId(const std::string& strPath, CFileId& id, Orb_U64* pSize)
 }
 
 // The files that this process has open. False when the system does not tell.
-bool OpenFiles(std::set<CFileId>& setFiles)
+bool CServeTransfers::OpenFiles(std::set<CFileId>& setFiles) const
 {
-    DIR* pFolder = opendir("/proc/self/fd");
-    if (pFolder == nullptr)
+    if (m_pOpenFiles == nullptr)
     {
         return false;
     }
-    while (const dirent* pEntry = readdir(pFolder))
+    rewinddir(m_pOpenFiles.get());
+    while (const dirent* pEntry = readdir(m_pOpenFiles.get()))
     {
-        CFileId id;
-        if (FileId(std::string("/proc/self/fd/") + pEntry->d_name, id, nullptr))
+        struct stat info
         {
-            setFiles.insert(id);
+        };
+        if (fstatat(dirfd(m_pOpenFiles.get()), pEntry->d_name, &info, 0) == 0)
+        {
+            setFiles.emplace(info.st_dev, info.st_ino);
         }
     }
-    closedir(pFolder);
     return true;
 }
 
-double SecondsSince(std::chrono::steady_clock::time_point start)
+std::string CServeTransfers::Hold(CDescriptor&& descriptor)
 {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-}  // namespace
-
-CServeTransfers::CServeTransfers(CServeEvents& events, const std::string& strRoot)
-    : m_events(events), m_strRoot(strRoot)
-{
-}
-
-std::string CServeTransfers::PartialPath(const std::string& strTarget)
-{
-    const size_t nLength = NameOf(strTarget).size() + sizeof PARTIAL_SUFFIX - 1;
-    return nLength > NAME_MAX ? std::string() : strTarget + PARTIAL_SUFFIX;
-}
-
-bool CServeTransfers::IsPartialName(const std::string& strName)
-{
-    const size_t nSuffix = sizeof PARTIAL_SUFFIX - 1;
-    return strName.size() >= nSuffix &&
-           strName.compare(strName.size() - nSuffix, nSuffix, PARTIAL_SUFFIX) == 0;
-}
-
-Orb_U64 CServeTransfers::BeginUpload(const CConnectionName& connection,
-                                     const std::string& strTarget, const std::string& strShown,
-                                     Orb_U64 ullSize, Orb_U64 ullOffset, std::string& strPath)
-{
-    SweepUploads();
-    CTransfer transfer;
-    transfer.m_bUpload = true;
-    transfer.m_connection = connection;
-    transfer.m_strShown = strShown;
-    transfer.m_strTarget = strTarget;
-    transfer.m_ullTotal = ullSize;
-    // A file that is replaced hands its mode on.
-    struct stat old
-    {
-    };
-    const bool bReplaces = stat(strTarget.c_str(), &old) == 0;
-    if (bReplaces && access(strTarget.c_str(), W_OK) != 0)
-    {
-        return 0;
-    }
-    if (!CreateTempFile(FolderOf(strTarget), bReplaces ? old.st_mode : 0, transfer.m_strTemp))
-    {
-        return 0;
-    }
-    transfer.m_ullDone = ContinuePartial(transfer, ullOffset);
-    strPath = transfer.m_strTemp;
-    return Add(std::move(transfer));
-}
-
-// Where the first block will be written. The library examines the file itself, by the same rule.
-Orb_U64 CServeTransfers::ContinuePartial(const CTransfer& transfer, Orb_U64 ullOffset) const
-{
-    if (ullOffset != CONTINUE)
-    {
-        return ullOffset;
-    }
-    const std::string strPartial = PartialPath(transfer.m_strTarget);
-    CFileId id;
-    Orb_U64 ullLength = 0;
-    const bool bUsable = !strPartial.empty() && KindOf(strPartial, false) == KIND_FILE &&
-                         FileId(strPartial, id, &ullLength) && ullLength <= transfer.m_ullTotal &&
-                         rename(strPartial.c_str(), transfer.m_strTemp.c_str()) == 0;
-    return bUsable ? ullLength : 0;
+    m_held = std::move(descriptor);
+    return m_held.Path();
 }
 
 Orb_U64 CServeTransfers::BeginDownload(const CConnectionName& connection,
@@ -146,22 +84,50 @@ Orb_U64 CServeTransfers::Add(CTransfer&& transfer)
 {
     if (m_mapTransfers.size() >= MOST_TRANSFERS)
     {
-        Abandon(m_mapTransfers.begin()->second);
-        m_mapTransfers.erase(m_mapTransfers.begin());
+        const auto itLeaves = OneTooMany();
+        Abandon(itLeaves->second);
+        if (m_quota.IsLimited() && itLeaves->second.m_bUpload)
+        {
+            m_pServer->TerminateTask(itLeaves->second.m_lTask);  // nobody counts for it any more
+        }
+        EndTransfer(itLeaves);
     }
+    transfer.m_lTask = m_pServer->GetCallbackTask();
     transfer.m_start = std::chrono::steady_clock::now();
     m_mapTransfers.emplace(++m_ullLastId, std::move(transfer));
     return m_ullLastId;
 }
 
+// The oldest of the connection that has the most: nobody makes room for others' excess.
+CServeTransfers::CMap::iterator CServeTransfers::OneTooMany()
+{
+    std::map<long, size_t> mapCounts;
+    for (const auto& entry : m_mapTransfers)
+    {
+        ++mapCounts[entry.second.m_lTask];
+    }
+    const auto itMost =
+        std::max_element(mapCounts.begin(), mapCounts.end(),
+                         [](const auto& a, const auto& b) { return a.second < b.second; });
+    return std::find_if(m_mapTransfers.begin(), m_mapTransfers.end(),
+                        [itMost](const auto& entry)
+                        { return entry.second.m_lTask == itMost->first; });
+}
+
 void CServeTransfers::OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext)
 {
+    ReleaseHeld();
     const auto it = m_mapTransfers.find(ullContext);
     if (it == m_mapTransfers.end())
     {
         return;
     }
     CTransfer& transfer = it->second;
+    if (transfer.m_bUpload && !CountArrived(transfer, ullDone))
+    {
+        EndTransfer(it);
+        return;
+    }
     // An upload's block that moves nothing is an empty one, and that is always the last: a file
     // that shrank on its way ends so.
     const bool bEmptyBlock = transfer.m_bUpload && ullDone == transfer.m_ullDone;
@@ -171,49 +137,44 @@ void CServeTransfers::OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullC
     {
         return;
     }
-    if (transfer.m_bUpload)
-    {
-        FinishUpload(transfer);
-    }
-    else
+    if (!transfer.m_bUpload)
     {
         m_events.Finished(false, transfer.m_connection, transfer.m_strShown, ullDone,
-                          SecondsSince(transfer.m_start));
+                          transfer.Seconds());
+    }
+    else if (!transfer.m_bWhole)
+    {
+        transfer.m_bWhole = FinishUpload(transfer);
+    }
+    // Only after an empty block is the file sure to be closed.
+    if (!transfer.m_bWhole || bEmptyBlock || !m_quota.IsLimited())
+    {
+        EndTransfer(it);
+    }
+}
+
+void CServeTransfers::EndTransfer(CMap::iterator it)
+{
+    if (it->second.m_bGone)
+    {
+        m_quota.Subtract(it->second.m_ullCounted);
     }
     m_mapTransfers.erase(it);
 }
 
-void CServeTransfers::FinishUpload(CTransfer& transfer)
-{
-    if (rename(transfer.m_strTemp.c_str(), transfer.m_strTarget.c_str()) != 0)
-    {
-        m_events.Failed("upload", transfer.m_connection, transfer.m_strShown,
-                        std::string(strerror(errno)) + ", kept as " + Shown(transfer.m_strTemp));
-        return;
-    }
-    const std::string strPartial = PartialPath(transfer.m_strTarget);
-    if (!strPartial.empty() && KindOf(strPartial, false) == KIND_FILE)
-    {
-        unlink(strPartial.c_str());
-    }
-    m_events.Finished(true, transfer.m_connection, transfer.m_strShown, transfer.m_ullDone,
-                      SecondsSince(transfer.m_start));
-}
-
-bool CServeTransfers::Discard(const CConnectionName& connection, const std::string& strTarget)
+bool CServeTransfers::Discard(const CConnectionName& connection, const std::string& strShown)
 {
     std::set<CFileId> setOpen;
     const bool bKnown = OpenFiles(setOpen);
     for (auto it = m_mapTransfers.begin(); it != m_mapTransfers.end(); ++it)
     {
         CTransfer& transfer = it->second;
-        CFileId id;
-        const bool bOpen =
-            bKnown && FileId(transfer.m_strTemp, id, nullptr) && setOpen.count(id) != 0;
-        if (transfer.m_bUpload && !bOpen && transfer.m_strTarget == strTarget &&
+        const bool bOpen = bKnown && setOpen.count(transfer.m_idFile) != 0;
+        if (transfer.m_bUpload && !transfer.m_bWhole && !bOpen && transfer.m_strShown == strShown &&
             transfer.m_connection == connection)
         {
-            unlink(transfer.m_strTemp.c_str());
+            unlinkat(transfer.m_pFolder->Get(), transfer.m_strTemp.c_str(), 0);
+            m_quota.Subtract(transfer.m_ullCounted);
             m_events.Incomplete(true, connection, transfer.m_strShown, transfer.m_ullDone,
                                 transfer.m_ullTotal, std::string());
             m_mapTransfers.erase(it);
@@ -223,19 +184,26 @@ bool CServeTransfers::Discard(const CConnectionName& connection, const std::stri
     return false;
 }
 
-void CServeTransfers::ConnectionEnded(const std::string& strConnection, bool bLast)
+void CServeTransfers::ConnectionEnded()
 {
-    SweepUploads();
-    // Which of several connections of one name a download belonged to is not known; it is told with
-    // the last of them.
-    for (auto it = m_mapTransfers.begin(); bLast && it != m_mapTransfers.end();)
+    ReleaseHeld();
+    // The end of a connection without a name is not told: what it uploaded shows in the files.
+    bool bUnnamed = false;
+    const long lTask = m_pServer->GetCallbackTask();
+    for (auto it = m_mapTransfers.begin(); it != m_mapTransfers.end();)
     {
-        const bool bTheirs = !it->second.m_bUpload && it->second.m_connection == strConnection;
-        if (bTheirs)
+        const auto itThis = it++;
+        if (itThis->second.m_lTask == lTask)
         {
-            Abandon(it->second);
+            Abandon(itThis->second);
+            EndTransfer(itThis);
+            continue;
         }
-        it = bTheirs ? m_mapTransfers.erase(it) : std::next(it);
+        bUnnamed = bUnnamed || (itThis->second.m_bUpload && !itThis->second.m_connection);
+    }
+    if (bUnnamed)
+    {
+        SweepUploads();
     }
 }
 
@@ -253,19 +221,19 @@ void CServeTransfers::SweepUploads()
     }
     for (auto it = m_mapTransfers.begin(); it != m_mapTransfers.end();)
     {
-        CFileId id;
-        const bool bOver = it->second.m_bUpload &&
-                           (!FileId(it->second.m_strTemp, id, nullptr) || setOpen.count(id) == 0);
+        const bool bOver = it->second.m_bUpload && setOpen.count(it->second.m_idFile) == 0;
+        const auto itThis = it++;
         if (bOver)
         {
-            Abandon(it->second);
+            Abandon(itThis->second);
+            EndTransfer(itThis);
         }
-        it = bOver ? m_mapTransfers.erase(it) : std::next(it);
     }
 }
 
 void CServeTransfers::EndAll()
 {
+    ReleaseHeld();
     for (auto& entry : m_mapTransfers)
     {
         Abandon(entry.second);
@@ -273,33 +241,12 @@ void CServeTransfers::EndAll()
     m_mapTransfers.clear();
 }
 
-// Keeps what arrived of an upload, unless that is nothing.
 void CServeTransfers::Abandon(CTransfer& transfer)
 {
-    std::string strKept;
-    CFileId id;
-    Orb_U64 ullLength = 0;
-    if (transfer.m_bUpload && FileId(transfer.m_strTemp, id, &ullLength))
+    if (!transfer.m_bWhole)
     {
-        const std::string strPartial = PartialPath(transfer.m_strTarget);
-        const bool bKeep = ullLength > 0 && !strPartial.empty() &&
-                           KindOf(strPartial, false) != KIND_FOLDER &&
-                           rename(transfer.m_strTemp.c_str(), strPartial.c_str()) == 0;
-        if (bKeep)
-        {
-            strKept = Shown(strPartial);
-        }
-        else
-        {
-            unlink(transfer.m_strTemp.c_str());
-        }
+        m_events.Incomplete(transfer.m_bUpload, transfer.m_connection, transfer.m_strShown,
+                            transfer.m_ullDone, transfer.m_ullTotal,
+                            transfer.m_bUpload ? Keep(transfer) : std::string());
     }
-    m_events.Incomplete(transfer.m_bUpload, transfer.m_connection, transfer.m_strShown,
-                        transfer.m_ullDone, transfer.m_ullTotal, strKept);
-}
-
-std::string CServeTransfers::Shown(const std::string& strPath) const
-{
-    const size_t nRoot = m_strRoot == "/" ? 1 : m_strRoot.size() + 1;
-    return strPath.size() > nRoot ? strPath.substr(nRoot) : strPath;
 }

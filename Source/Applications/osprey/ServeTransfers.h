@@ -1,12 +1,19 @@
 #ifndef OSPREY_TOOL_SERVETRANSFERS_H
 #define OSPREY_TOOL_SERVETRANSFERS_H
 
+#include <dirent.h>
+
 #include <chrono>
 #include <map>
+#include <memory>
+#include <set>
 #include <string>
+#include <utility>
 
 #include "LibOsprey.h"
+#include "RootMap.h"
 #include "ServeEvents.h"
+#include "ServeQuota.h"
 
 // The files that move between the server and its peers.
 //
@@ -25,29 +32,65 @@
 // a transfer is given up; that an upload is over shows in its file, which nobody in this process
 // has open any more.
 //
+// An upload keeps the folder of its target open until it is over, so that it ends where it began,
+// whatever is renamed meanwhile; uploads to one folder share it.
+//
+// Where there is a quota, an upload stays known after it is whole until the library has closed its
+// file, since a peer may send more than it announced. One that sends more than it may loses what it
+// sent, and its connection.
+//
 // Thread: worker of the server; EndAll after the server has ended.
 class CServeTransfers final : public IOspreyProgress
 {
 public:
-    CServeTransfers(CServeEvents& events, const std::string& strRoot);
+    CServeTransfers(CServeEvents& events, CServeQuota& quota);
     CServeTransfers(const CServeTransfers&) = delete;
     CServeTransfers& operator=(const CServeTransfers&) = delete;
 
-    // Prepares the file for an upload to strTarget, whose folder exists, and stores the path to
-    // write. Returns the context value; 0 with errno when the file cannot be made.
-    Orb_U64 BeginUpload(const CConnectionName& connection, const std::string& strTarget,
-                        const std::string& strShown, Orb_U64 ullSize, Orb_U64 ullOffset,
-                        std::string& strPath);
+    // Says which connection a call is about, and ends those that send more than they may. Before
+    // the server starts; it must outlive what calls here.
+    void SetServer(IOspreyServer& server)
+    {
+        m_pServer = &server;
+    }
+
+    // An upload that the map has allowed.
+    struct CUpload
+    {
+        CConnectionName m_connection;
+        const CRootMap::CResult& m_target;
+        Orb_U64 m_ullSize;
+        Orb_U64 m_ullOffset;
+    };
+
+    // Why the quota does not allow an upload as it is announced; null when it does.
+    const char* Fault(const CRootFolder& root, const CUpload& upload);
+
+    // Prepares the file for an upload into the folder, which is that of its target, and stores the
+    // path to write. Returns the context value; 0 with errno when the file cannot be made.
+    Orb_U64 BeginUpload(const CUpload& upload, CDescriptor&& folder, std::string& strPath);
 
     Orb_U64 BeginDownload(const CConnectionName& connection, const std::string& strShown,
                           Orb_U64 ullSize);
 
-    // A peer deletes strTarget. True when that ends an upload that it has given up: what arrived is
-    // removed, and an older file at the target stays.
-    bool Discard(const CConnectionName& connection, const std::string& strTarget);
+    // A peer deletes what is shown as strShown. True when that ends an upload that it has given up:
+    // what arrived is removed, and an older file at the target stays.
+    bool Discard(const CConnectionName& connection, const std::string& strShown);
 
-    // A connection has ended; bLast: no other of that name is left. Reports what it leaves undone.
-    void ConnectionEnded(const std::string& strConnection, bool bLast);
+    // Keeps a descriptor open until the library has opened what its path leads to, which it does
+    // before its next call into the host. Returns that path.
+    std::string Hold(CDescriptor&& descriptor);
+    // The library has called.
+    void ReleaseHeld()
+    {
+        m_held.Close();
+    }
+
+    // A peer has deleted a file.
+    void Deleted(const CDescriptor& file);
+
+    // The connection that the server calls about has ended. Reports what it leaves undone.
+    void ConnectionEnded();
 
     // Everything has ended.
     void EndAll();
@@ -55,34 +98,58 @@ public:
     void OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext) override;
 
     // The name under which the beginning of an upload is kept; empty when it would be too long.
-    static std::string PartialPath(const std::string& strTarget);
+    static std::string PartialName(const std::string& strName);
     static bool IsPartialName(const std::string& strName);
 
 private:
+    using CFileId = std::pair<dev_t, ino_t>;
+    using CFolder = std::shared_ptr<const CDescriptor>;
+
     struct CTransfer
     {
         bool m_bUpload = false;
+        long m_lTask = 0;  // of its connection
         CConnectionName m_connection;
         std::string m_strShown;
-        std::string m_strTarget;  // uploads
-        std::string m_strTemp;    // uploads
+        std::string m_strName;  // uploads, as all that follows: of the target, in its folder
+        std::string m_strTemp;  // the name there until it is whole
+        CFolder m_pFolder;
+        CFileId m_idFolder;
+        CFileId m_idFile;
+        Orb_U64 m_ullCounted = 0;  // in the total
+        bool m_bWhole = false;     // has its name, but its peer may send more
+        bool m_bGone = false;      // is whole, and was deleted or replaced
         Orb_U64 m_ullDone = 0;
         Orb_U64 m_ullTotal = 0;
         std::chrono::steady_clock::time_point m_start;
+
+        double Seconds() const;
     };
     using CMap = std::map<Orb_U64, CTransfer>;
 
     Orb_U64 Add(CTransfer&& transfer);
-    Orb_U64 ContinuePartial(const CTransfer& transfer, Orb_U64 ullOffset) const;
-    void FinishUpload(CTransfer& transfer);
+    CMap::iterator OneTooMany();
+    const char* QuotaFault(const CRootFolder& root, const CUpload& upload) const;
+    void ShareFolder(CTransfer& transfer, CDescriptor&& folder) const;
+    static Orb_U64 ContinuePartial(const CTransfer& transfer, Orb_U64 ullOffset, CDescriptor& file);
+    void EndTransfer(CMap::iterator it);
+    bool FinishUpload(CTransfer& transfer);
+    bool CountArrived(CTransfer& transfer, Orb_U64 ullDone);
+    void CutOff(CTransfer& transfer, const char* pszFault);
+    void Leaves(const CFileId& id, Orb_U64 ullSize);
     void Abandon(CTransfer& transfer);
+    std::string Keep(const CTransfer& transfer);
     void SweepUploads();
-    std::string Shown(const std::string& strPath) const;
+    bool OpenFiles(std::set<CFileId>& setFiles) const;
+    static bool FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSize);
 
     CServeEvents& m_events;
-    std::string m_strRoot;
+    CServeQuota& m_quota;
+    IOspreyServer* m_pServer = nullptr;
+    const std::unique_ptr<DIR, int (*)(DIR*)> m_pOpenFiles;  // of this process; null: not to be had
     CMap m_mapTransfers;
     Orb_U64 m_ullLastId = 0;
+    CDescriptor m_held;
 };
 
 #endif

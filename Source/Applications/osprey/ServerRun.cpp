@@ -14,7 +14,7 @@
 namespace
 {
 
-const unsigned int END_CONNECTIONS_MS = 5000;
+const unsigned int END_CONNECTIONS_MS = 1500;  // a signal ends the tool within 2 seconds
 const int PORT_ATTEMPTS = 20;
 
 // Whether a port can be listened on, and which one the system gives for port 0. The server's own

@@ -1,193 +1,324 @@
 #include "SubmitCommand.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
-#include <optional>
+#include <mutex>
+#include <system_error>
 
+#include "BackCheck.h"
 #include "ClientRun.h"
+#include "FetchWork.h"
+#include "Journal.h"
 #include "Progress.h"
-#include "SubmitList.h"
+#include "Submission.h"
+#include "SumList.h"
+#include "TempFile.h"
 #include "Text.h"
-#include "TransferWork.h"
 
 namespace
 {
 
-const Orb_U64 BLOCK_SIZE = 32768;
-
-class CSubmission final : public ITransfer
+// A text as a file of a given name, in a folder of its own, for as long as it lives.
+class CNamedText final
 {
 public:
-    CSubmission(const CSubmitEntry& entry, const std::string& strTo, CProgress& progress)
-        : m_entry(entry), m_strTo(strTo), m_progress(progress)
+    // False from IsThere, with errno, when it cannot be made.
+    CNamedText(const std::string& strName, const std::string& strText);
+    ~CNamedText();
+    CNamedText(const CNamedText&) = delete;
+    CNamedText& operator=(const CNamedText&) = delete;
+
+    bool IsThere() const
     {
+        return m_bThere;
     }
-
-    bool IsFolder() const override
+    CSubmitEntry Entry() const
     {
-        return m_entry.m_bFolder;
-    }
-    bool Begin(std::string& strLocal, std::string& strRemote, long long& llNumber) override;
-    void Move(unsigned int dwPercent) override;
-    void Complete() override;
-    void Fail(const std::string& strReason) override;
-    void CleanUp() override {}
-
-private:
-    const CSubmitEntry& m_entry;
-    const std::string& m_strTo;
-    CProgress& m_progress;
-    std::optional<CProgress::CFile> m_shown;
-    Orb_U64 m_ullBlocks = 0;
-};
-
-bool CSubmission::Begin(std::string& strLocal, std::string& strRemote, long long& llNumber)
-{
-    // The client looks only after the peer has made room for the file.
-    if (!m_entry.m_bFolder && faccessat(AT_FDCWD, m_entry.m_strPath.c_str(), R_OK, AT_EACCESS) != 0)
-    {
-        m_progress.Fails(m_entry.m_strPath, strerror(errno), true);
-        return false;
-    }
-    strLocal = m_entry.m_strPath;
-    strRemote = m_strTo;
-    llNumber = static_cast<long long>(m_entry.m_nBase);
-    m_shown.emplace(m_progress, m_entry.Shown());
-    return true;
-}
-
-void CSubmission::Move(unsigned int dwPercent)
-{
-    const Orb_U64 ullSize = m_entry.m_ullSize;
-    m_shown->Moves(dwPercent, EstimateSent(++m_ullBlocks, dwPercent, ullSize), ullSize);
-}
-
-void CSubmission::Complete()
-{
-    if (m_entry.m_bFolder)
-    {
-        m_shown->FolderEnds();
-        return;
-    }
-    m_shown->Ends(m_entry.m_ullSize);
-}
-
-void CSubmission::Fail(const std::string& strReason)
-{
-    if (m_shown)
-    {
-        m_shown->Fails(m_entry.m_strPath, strReason, !m_entry.m_bFolder);
-        return;
-    }
-    m_progress.Fails(m_entry.m_strPath, strReason, !m_entry.m_bFolder);
-}
-
-class CSubmitWork final : public CTransferWork
-{
-public:
-    // All of them must outlive the work and its transfers.
-    CSubmitWork(const CSubmitList& list, const std::string& strTo, CProgress& progress)
-        : CTransferWork(list.Entries().size()),
-          m_listEntries(list.Entries()),
-          m_strTo(strTo),
-          m_progress(progress)
-    {
-    }
-
-    size_t FilesLeft() const override;
-    std::string ReasonOf(int nCode) const override;
-    std::unique_ptr<IFileClient> MakeClient(IFileClientCallback& callback) const override
-    {
-        return MakeSubmitClient(callback);
-    }
-
-protected:
-    std::unique_ptr<ITransfer> MakeTransfer(size_t nItem) const override
-    {
-        return std::make_unique<CSubmission>(m_listEntries[nItem], m_strTo, m_progress);
+        return {m_strPath, m_strFolder.size() + 1, false, m_ullSize};
     }
 
 private:
-    const std::vector<CSubmitEntry>& m_listEntries;
-    const std::string& m_strTo;
-    CProgress& m_progress;
+    std::string m_strFolder;
+    std::string m_strPath;
+    Orb_U64 m_ullSize;
+    bool m_bThere = false;
 };
 
-size_t CSubmitWork::FilesLeft() const
+CNamedText::CNamedText(const std::string& strName, const std::string& strText)
+    : m_ullSize(strText.size())
 {
-    return static_cast<size_t>(
-        std::count_if(m_listEntries.begin() + static_cast<std::ptrdiff_t>(Taken()),
-                      m_listEntries.end(), [](const auto& entry) { return !entry.m_bFolder; }));
+    const char* pszTemp = getenv("TMPDIR");
+    m_strFolder =
+        JoinPath(pszTemp == nullptr || *pszTemp == '\0' ? "/tmp" : pszTemp, "osprey-XXXXXX");
+    if (mkdtemp(m_strFolder.data()) == nullptr)
+    {
+        return;
+    }
+    m_strPath = JoinPath(m_strFolder, strName);
+    FILE* pFile = fopen(m_strPath.c_str(), "wbe");
+    if (pFile != nullptr)
+    {
+        const bool bWritten = fwrite(strText.data(), 1, strText.size(), pFile) == strText.size();
+        m_bThere = fclose(pFile) == 0 && bWritten;
+    }
 }
 
-std::string CSubmitWork::ReasonOf(int nCode) const
+CNamedText::~CNamedText()
 {
-    switch (nCode)
+    unlink(m_strPath.c_str());
+    rmdir(m_strFolder.c_str());
+}
+
+// Links stay: each has a name of its own at the server.
+std::string AbsolutePath(const std::string& strPath)
+{
+    std::error_code error;
+    return std::filesystem::absolute(strPath, error).lexically_normal().string();
+}
+
+// One run of submit. Thread: main, but for NoteSent.
+class CSubmitRun final
+{
+public:
+    CSubmitRun(const COptions& options, COutput& output);
+
+    int Execute();
+
+private:
+    bool CheckManifestName(std::string& strReason) const;
+    std::string JournalPath() const;
+    void DropFinished();
+    int Move();
+    int Send(const std::vector<CSubmitEntry>& listEntries, size_t nLanes, bool bMoreFollows);
+    int CheckBack(size_t nLanes);
+    void ForgetUnverified();
+    int SendSums();
+    void NoteSent(const CSubmitEntry& entry, const CFileStamp* pStamp);
+    std::string ManifestName() const
     {
-        case OSPREY_FILE_NO_MEMORY:
-            return "out of memory";
-        case OSPREY_FILE_NOT_FOUND:
-            return "it is gone";
-        case OSPREY_FILE_OPEN_FAILED:
-            return "it could not be opened";
-        case OSPREY_FILE_READ_FAILED:
-            return "it could not be read";
-        case OSPREY_FILE_DIR_REFUSED:
-            return "the server refused the folder, or could not create it";
-        case OSPREY_FILE_UPLOAD_REFUSED:
-            return "the server refused the file, or could not create it";
-        case OSPREY_FILE_WRITE_FAILED:
-            return "the server could not write it; its disk may be full";
-        default:
-            return "failed with code " + std::to_string(nCode);
+        return m_options.m_strManifest.empty() ? SUM_LIST : m_options.m_strManifest;
     }
+
+    const COptions& m_options;
+    COutput& m_output;
+    const CDeadline m_deadline;
+    CProgress m_progress;
+    CSubmitList m_list;
+    std::unique_ptr<CJournal> m_pJournal;  // null: nothing is noted
+    std::mutex m_mutex;                    // of the next one
+    std::vector<CSentFile> m_listSent;
+};
+
+CSubmitRun::CSubmitRun(const COptions& options, COutput& output)
+    : m_options(options),
+      m_output(output),
+      m_deadline(options.m_dwTimeoutSeconds),
+      m_progress(output, ProgressStyle(options, output), true),
+      m_list([this](const std::string& strPath, const std::string& strReason)
+             { m_progress.Message(PlainText(strPath) + ": " + strReason); },
+             [this](const std::string& strPath, const std::string& strReason)
+             { m_progress.Fails(strPath, strReason, false); })
+{
+}
+
+int CSubmitRun::Execute()
+{
+    std::string strReason;
+    if (!m_list.Add(m_options.m_listNames, strReason) || !CheckManifestName(strReason))
+    {
+        m_output.Error(strReason);
+        return EXIT_USAGE;
+    }
+    if (m_list.Entries().empty() && m_progress.Failures() > 0)
+    {
+        return EXIT_FILE_FAILED;
+    }
+    const std::string strJournal = JournalPath();
+    // One file is done or not: there is nothing to note.
+    if (m_list.Files() > 1 && !strJournal.empty())
+    {
+        m_pJournal = std::make_unique<CJournal>(strJournal, CJournal::SYNC_NOW_AND_THEN,
+                                                [this](const std::string& strText)
+                                                { m_progress.Message(strText); });
+        DropFinished();
+    }
+    const int nCode = Move();
+    if (m_pJournal && nCode == EXIT_DONE)
+    {
+        m_pJournal->Remove();
+    }
+    return nCode;
+}
+
+bool CSubmitRun::CheckManifestName(std::string& strReason) const
+{
+    const auto IsManifest = [this](const CSubmitEntry& entry)
+    { return entry.Shown() == ManifestName(); };
+    const bool bClash = m_options.m_bVerify &&
+                        std::any_of(m_list.Entries().begin(), m_list.Entries().end(), IsManifest);
+    if (bClash)
+    {
+        strReason = QuoteText(ManifestName()) +
+                    " would be replaced by the list of sums; name that otherwise, with --manifest";
+    }
+    return !bClash;
+}
+
+// Empty: there is no place for it.
+std::string CSubmitRun::JournalPath() const
+{
+    const std::string strFolder = StateFolder();
+    std::vector<std::string> listTexts = {"submit", m_options.m_peer.ToString(), m_options.m_strTo};
+    for (const std::string& strPath : m_options.m_listNames)
+    {
+        listTexts.push_back(AbsolutePath(strPath));
+    }
+    return strFolder.empty() ? strFolder
+                             : JoinPath(strFolder, DigestOf(listTexts).substr(0, 32) + ".submit");
+}
+
+// Takes out what an earlier run has finished and nobody has changed since.
+void CSubmitRun::DropFinished()
+{
+    m_pJournal->Open(false);
+    if (m_options.m_bRestart)
+    {
+        m_pJournal->Restart();
+    }
+    const size_t nBefore = m_list.Files();
+    m_list.DropFiles(
+        [this](const CSubmitEntry& entry)
+        {
+            CFileStamp stamp;
+            const bool bDone = StampOf(entry.m_strPath, stamp) &&
+                               m_pJournal->Has(AbsolutePath(entry.m_strPath), stamp);
+            if (bDone && m_options.m_bVerify)
+            {
+                m_listSent.push_back({entry.m_strPath, entry.Shown(), "", false});
+            }
+            return bDone;
+        });
+    m_progress.FinishedBefore(nBefore - m_list.Files());
+}
+
+int CSubmitRun::Move()
+{
+    const size_t nLanes = m_list.MayHaveTwins() ? 1 : CountLanes(m_options, m_list.Files());
+    if (nLanes > 1)
+    {
+        m_list.PutFoldersFirst();
+    }
+    m_progress.Plan(m_list.Files(), m_list.Bytes(), true, nLanes > 1);
+    int nCode = Send(m_list.Entries(), nLanes, m_options.m_bVerify);
+    if (m_options.m_bVerify && (nCode == EXIT_DONE || nCode == EXIT_FILE_FAILED))
+    {
+        nCode = CheckBack(nLanes);
+        if (nCode == EXIT_DONE || nCode == EXIT_FILE_FAILED || nCode == EXIT_NOT_VERIFIED)
+        {
+            nCode = SendSums();
+        }
+    }
+    if (nCode != EXIT_NOT_CONNECTED && nCode != EXIT_INTERRUPTED)
+    {
+        m_progress.Finish();
+    }
+    return nCode;
+}
+
+int CSubmitRun::Send(const std::vector<CSubmitEntry>& listEntries, size_t nLanes, bool bMoreFollows)
+{
+    if (listEntries.empty())
+    {
+        return m_progress.Failures() > 0 ? EXIT_FILE_FAILED : EXIT_DONE;
+    }
+    CSubmitWork work(listEntries, m_options.m_strTo, m_progress,
+                     [this](const CSubmitEntry& entry, const CFileStamp* pStamp)
+                     { NoteSent(entry, pStamp); });
+    CClientRun run(m_options, m_deadline, m_output, m_progress, work, nLanes);
+    if (bMoreFollows)
+    {
+        run.MoreFollows();
+    }
+    run.Run();
+    return run.Report();
+}
+
+void CSubmitRun::NoteSent(const CSubmitEntry& entry, const CFileStamp* pStamp)
+{
+    if (m_pJournal && pStamp != nullptr)
+    {
+        m_pJournal->Add(AbsolutePath(entry.m_strPath), *pStamp);
+    }
+    if (m_options.m_bVerify)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_listSent.push_back({entry.m_strPath, entry.Shown(), "", false});
+    }
+}
+
+// The server has no means to tell digests: everything comes back once.
+int CSubmitRun::CheckBack(size_t nLanes)
+{
+    if (m_listSent.empty())
+    {
+        return m_progress.Failures() > 0 ? EXIT_FILE_FAILED : EXIT_DONE;
+    }
+    CFetchWork work(
+        m_listSent.size(), [this](size_t nItem)
+        { return std::make_unique<CBackCheck>(m_listSent[nItem], m_options.m_strTo, m_progress); });
+    CClientRun run(m_options, m_deadline, m_output, m_progress, work, nLanes);
+    run.MoreFollows();
+    run.Run();
+    const int nCode = run.Report();
+    if (nCode == EXIT_NOT_VERIFIED)
+    {
+        ForgetUnverified();
+    }
+    return nCode;
+}
+
+// What did not come back as it is here is not finished: the next run sends it again.
+void CSubmitRun::ForgetUnverified()
+{
+    for (const CSentFile& file : m_listSent)
+    {
+        if (m_pJournal && !file.m_bSame)
+        {
+            m_pJournal->Add(AbsolutePath(file.m_strPath), CFileStamp());
+        }
+    }
+}
+
+int CSubmitRun::SendSums()
+{
+    CSumList sums;
+    for (const CSentFile& file : m_listSent)
+    {
+        if (!file.m_strDigest.empty())
+        {
+            sums.Add(file.m_strShown, file.m_strDigest);
+        }
+    }
+    m_listSent.clear();
+    const CNamedText text(ManifestName(), sums.ToString());
+    if (!text.IsThere())
+    {
+        m_progress.Fails(ManifestName(), strerror(errno), false);
+        return m_progress.NotVerified() > 0 ? EXIT_NOT_VERIFIED : EXIT_FILE_FAILED;
+    }
+    return Send({text.Entry()}, 1, false);
 }
 
 }  // namespace
 
-Orb_U64 EstimateSent(Orb_U64 ullBlocks, unsigned int dwPercent, Orb_U64 ullSize)
-{
-    if (dwPercent >= 100)
-    {
-        return ullSize;
-    }
-    // In two steps: sizes near 2^64 times 100 would not fit.
-    const Orb_U64 ullHundredth = ullSize / 100;
-    const Orb_U64 ullRest = ullSize % 100;
-    const Orb_U64 ullLeast = ullHundredth * dwPercent + ullRest * dwPercent / 100;
-    const Orb_U64 ullMost = ullHundredth * (dwPercent + 1) + ullRest * (dwPercent + 1) / 100;
-    return std::min(std::max(ullBlocks * BLOCK_SIZE, ullLeast), std::min(ullMost, ullSize));
-}
-
 int RunSubmit(const COptions& options, COutput& output)
 {
-    CProgress progress(output, ProgressStyle(options, output), true);
-    CSubmitList list([&progress](const std::string& strPath, const std::string& strReason)
-                     { progress.Message(PlainText(strPath) + ": " + strReason); },
-                     [&progress](const std::string& strPath, const std::string& strReason)
-                     { progress.Fails(strPath, strReason, false); });
-    std::string strReason;
-    if (!list.Add(options.m_listNames, strReason))
-    {
-        output.Error(strReason);
-        return EXIT_USAGE;
-    }
-    if (list.Entries().empty() && progress.Failures() > 0)
-    {
-        return EXIT_FILE_FAILED;
-    }
-    const size_t nLanes = list.MayHaveTwins() ? 1 : CountLanes(options, list.Files());
-    if (nLanes > 1)
-    {
-        list.PutFoldersFirst();
-    }
-    progress.Plan(list.Files(), list.Bytes(), true, nLanes > 1);
-    CSubmitWork work(list, options.m_strTo, progress);
-    return CClientRun(options, output, progress, work, nLanes).Execute();
+    return CSubmitRun(options, output).Execute();
 }

@@ -41,6 +41,15 @@ bool ReadFolder(const std::string& strPath, std::vector<std::string>& listNames)
 
 }  // namespace
 
+const char* SendFault(const std::string& strName)
+{
+    if (strName.find('\\') != std::string::npos)
+    {
+        return "a backslash in a name would arrive as a folder";
+    }
+    return IsValidUTF8(strName) ? nullptr : "the name is no UTF-8";
+}
+
 std::string CSubmitEntry::Shown() const
 {
     return m_strPath.substr(m_nBase);
@@ -139,18 +148,12 @@ void CSubmitList::AddRoot(const CRoot& root)
 
 bool CSubmitList::CheckName(const std::string& strPath, size_t nBase)
 {
-    const std::string strName = NameOf(strPath);
-    if (strPath.size() > nBase && strName.find('\\') != std::string::npos)
+    const char* pszFault = strPath.size() > nBase ? SendFault(NameOf(strPath)) : nullptr;
+    if (pszFault != nullptr)
     {
-        m_fnFail(strPath, "a backslash in a name would arrive as a folder");
-        return false;
+        m_fnFail(strPath, pszFault);
     }
-    if (strPath.size() > nBase && !IsValidUTF8(strName))
-    {
-        m_fnFail(strPath, "the name is no UTF-8");
-        return false;
-    }
-    return true;
+    return pszFault == nullptr;
 }
 
 void CSubmitList::AddEntry(const std::string& strPath, size_t nBase, bool bNamed,
@@ -200,6 +203,19 @@ void CSubmitList::PutFoldersFirst()
 {
     std::stable_partition(m_listEntries.begin(), m_listEntries.end(),
                           [](const auto& entry) { return entry.m_bFolder; });
+}
+
+void CSubmitList::DropFiles(const std::function<bool(const CSubmitEntry&)>& fnIs)
+{
+    const auto IsDropped = [&](const CSubmitEntry& entry)
+    {
+        const bool bDropped = !entry.m_bFolder && fnIs(entry);
+        m_nFiles -= bDropped ? 1 : 0;
+        m_ullBytes -= bDropped ? entry.m_ullSize : 0;
+        return bDropped;
+    };
+    m_listEntries.erase(std::remove_if(m_listEntries.begin(), m_listEntries.end(), IsDropped),
+                        m_listEntries.end());
 }
 
 bool CSubmitList::MayHaveTwins() const

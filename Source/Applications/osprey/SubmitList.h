@@ -19,6 +19,9 @@ struct CSubmitEntry
     std::string Shown() const;
 };
 
+// Why a name cannot be sent; null when it can.
+const char* SendFault(const std::string& strName);
+
 // Finds what a list of paths holds: for each path its folders first, a folder before those in it,
 // then the files; each sorted by name. Links to files count as files. Links to folders are left
 // out, but for a path that was named itself; devices, FIFOs and sockets are left out.
@@ -39,6 +42,9 @@ public:
 
     // From now on all folders stand before all files.
     void PutFoldersFirst();
+
+    // Takes out the files that fnIs names.
+    void DropFiles(const std::function<bool(const CSubmitEntry&)>& fnIs);
 
     // Two files may arrive under one name: the topmost folder, which has none of its own, was added
     // beside another path.

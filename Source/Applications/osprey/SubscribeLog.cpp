@@ -9,7 +9,7 @@
 namespace
 {
 
-const double ROWS_INTERVAL = 0.1;  // seconds
+const double ROWS_INTERVAL = 0.125;  // seconds
 const double LINES_INTERVAL = 1.0;
 const int SPARE_COLUMNS = 3;  // the cursor stays on the row, also behind an echoed ^C
 

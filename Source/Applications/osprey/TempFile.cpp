@@ -1,21 +1,26 @@
 #include "TempFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 
 namespace
 {
 
 const char TEMP_PREFIX[] = ".osprey-";
 const char TEMP_SUFFIX[] = ".tmp";
+const char LOCKED_SUFFIX[] = ".part";
 const int ATTEMPTS = 100;
 
-bool RandomName(std::string& strName)
+bool RandomName(const char* pszSuffix, std::string& strName)
 {
     unsigned long long ullRandom = 0;
     if (getrandom(&ullRandom, sizeof ullRandom, 0) != static_cast<ssize_t>(sizeof ullRandom))
@@ -24,37 +29,113 @@ bool RandomName(std::string& strName)
     }
     char szHex[24];
     snprintf(szHex, sizeof szHex, "%016llx", ullRandom);
-    strName = TEMP_PREFIX + std::string(szHex) + TEMP_SUFFIX;
+    strName = TEMP_PREFIX + std::string(szHex) + pszSuffix;
     return true;
+}
+
+// strFront: of the path, relative to the folder. -1 with errno.
+int CreateFile(int nFolder, const std::string& strFront, unsigned int nMode, const char* pszSuffix,
+               std::string& strPath)
+{
+    for (int i = 0; i < ATTEMPTS; ++i)
+    {
+        std::string strName;
+        if (!RandomName(pszSuffix, strName))
+        {
+            return -1;
+        }
+        strPath = strFront + strName;
+        const int nFile = openat(nFolder, strPath.c_str(),
+                                 O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (nFile >= 0)
+        {
+            // Best effort: a file system without modes still takes the content.
+            static_cast<void>(nMode != 0 && fchmod(nFile, nMode & 0777) != 0);
+            return nFile;
+        }
+        if (errno != EEXIST)
+        {
+            return -1;
+        }
+    }
+    return -1;
+}
+
+bool EndsWith(const std::string& strText, const std::string& strEnd)
+{
+    return strText.size() >= strEnd.size() &&
+           strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) == 0;
 }
 
 }  // namespace
 
 bool CreateTempFile(const std::string& strFolder, unsigned int nMode, std::string& strPath)
 {
+    const int nFile = CreateFile(AT_FDCWD, JoinPath(strFolder, ""), nMode, TEMP_SUFFIX, strPath);
+    if (nFile >= 0)
+    {
+        close(nFile);
+    }
+    return nFile >= 0;
+}
+
+bool CreateTempFileAt(const CDescriptor& folder, unsigned int nMode, std::string& strName,
+                      CDescriptor& file)
+{
+    file = CDescriptor(CreateFile(folder.Get(), std::string(), nMode, TEMP_SUFFIX, strName));
+    return file.IsValid();
+}
+
+int CreateLockedTemp(const std::string& strFolder, unsigned int nMode, std::string& strPath)
+{
+    const std::string strFront = JoinPath(strFolder, "");
     for (int i = 0; i < ATTEMPTS; ++i)
     {
-        std::string strName;
-        if (!RandomName(strName))
+        const int nFile = CreateFile(AT_FDCWD, strFront, nMode, LOCKED_SUFFIX, strPath);
+        if (nFile < 0)
         {
-            return false;
+            return -1;
         }
-        strPath = JoinPath(strFolder, strName);
-        const int nFile =
-            open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        // Another run may have taken it for a dead one's before it was locked.
+        struct stat info
+        {
+        };
+        if ((flock(nFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
+            fstat(nFile, &info) == 0 && info.st_nlink > 0)
+        {
+            return nFile;
+        }
+        close(nFile);
+    }
+    errno = EBUSY;
+    return -1;
+}
+
+void RemoveDeadTemps(const std::string& strFolder)
+{
+    const std::unique_ptr<DIR, int (*)(DIR*)> pFolder(opendir(strFolder.c_str()), closedir);
+    if (!pFolder)
+    {
+        return;
+    }
+    while (const dirent* pEntry = readdir(pFolder.get()))
+    {
+        const std::string strName = pEntry->d_name;
+        if (!IsTempName(strName) || !EndsWith(strName, LOCKED_SUFFIX))
+        {
+            continue;
+        }
+        const std::string strPath = JoinPath(strFolder, strName);
+        const int nFile = open(strPath.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (nFile >= 0 && flock(nFile, LOCK_EX | LOCK_NB) == 0)
+        {
+            unlink(strPath.c_str());
+        }
         if (nFile >= 0)
         {
-            // Best effort: a file system without modes still takes the content.
-            static_cast<void>(nMode != 0 && fchmod(nFile, nMode & 0777) != 0);
             close(nFile);
-            return true;
-        }
-        if (errno != EEXIST)
-        {
-            return false;
         }
     }
-    return false;
 }
 
 bool IsTempName(const std::string& strName)
@@ -69,11 +150,17 @@ bool SyncFile(const std::string& strPath)
     {
         return false;
     }
-    const int nError = fsync(nFile) == 0 ? 0 : errno;
+    const bool bSynced = SyncDescriptor(nFile);
+    const int nError = errno;
     close(nFile);
     errno = nError;
+    return bSynced;
+}
+
+bool SyncDescriptor(int nFile)
+{
     // A file system that cannot do it has no better way to offer.
-    return nError == 0 || nError == EINVAL || nError == EROFS;
+    return fsync(nFile) == 0 || errno == EINVAL || errno == EROFS;
 }
 
 std::string FolderOf(const std::string& strPath)
@@ -97,17 +184,24 @@ std::string JoinPath(const std::string& strFolder, const std::string& strName)
     return strFolder + (bSlash ? "" : "/") + strName;
 }
 
+std::string RealPath(const std::string& strPath)
+{
+    const std::unique_ptr<char, void (*)(void*)> pReal(realpath(strPath.c_str(), nullptr), free);
+    return pReal ? pReal.get() : strPath;
+}
+
 EFileKind KindOf(const std::string& strPath, bool bFollow)
 {
     struct stat info
     {
     };
     const int nResult = bFollow ? stat(strPath.c_str(), &info) : lstat(strPath.c_str(), &info);
-    if (nResult != 0)
-    {
-        return KIND_MISSING;
-    }
-    switch (info.st_mode & S_IFMT)
+    return nResult == 0 ? KindOfMode(info.st_mode) : KIND_MISSING;
+}
+
+EFileKind KindOfMode(unsigned int nMode)
+{
+    switch (nMode & S_IFMT)
     {
         case S_IFREG:
             return KIND_FILE;

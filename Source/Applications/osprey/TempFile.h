@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "Descriptor.h"
+
 // Files under construction. They stand in the folder of their target, so that a rename completes
 // them, under names that nobody can foresee and no peer may use.
 
@@ -10,11 +12,24 @@
 // file gets, or nMode when that is not 0. False with errno.
 bool CreateTempFile(const std::string& strFolder, unsigned int nMode, std::string& strPath);
 
-// A file name (one component) that is kept for CreateTempFile.
+// The same in a folder that is open; stores the name, and the file.
+bool CreateTempFileAt(const CDescriptor& folder, unsigned int nMode, std::string& strName,
+                      CDescriptor& file);
+
+// As CreateTempFile, but locked for as long as the descriptor that it returns is open, so that
+// others can tell what a dead process left behind. -1 with errno.
+int CreateLockedTemp(const std::string& strFolder, unsigned int nMode, std::string& strPath);
+
+// Removes the files of CreateLockedTemp in a folder whose makers are dead.
+void RemoveDeadTemps(const std::string& strFolder);
+
+// A file name (one component) that is kept for files under construction, and for what the tool
+// notes in a folder.
 bool IsTempName(const std::string& strName);
 
 // Writes a file's content to the disk. False with errno.
 bool SyncFile(const std::string& strPath);
+bool SyncDescriptor(int nFile);
 
 // The folder of a path ("." when it has none) and the name in it.
 std::string FolderOf(const std::string& strPath);
@@ -22,6 +37,9 @@ std::string NameOf(const std::string& strPath);
 
 // "FOLDER/NAME".
 std::string JoinPath(const std::string& strFolder, const std::string& strName);
+
+// The path without links, "." and ".."; the path itself when nothing stands there.
+std::string RealPath(const std::string& strPath);
 
 // What stands at a path, links followed or not. Anything that cannot be examined is missing.
 enum EFileKind
@@ -33,5 +51,6 @@ enum EFileKind
     KIND_OTHER,  // device, FIFO, socket
 };
 EFileKind KindOf(const std::string& strPath, bool bFollow);
+EFileKind KindOfMode(unsigned int nMode);
 
 #endif

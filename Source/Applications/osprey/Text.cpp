@@ -29,13 +29,6 @@ bool IsContinuation(unsigned char c)
     return (c & 0xC0) == 0x80;
 }
 
-// Characters that are no controls by number but move or reorder what a terminal shows.
-bool IsMisleading(char32_t c)
-{
-    return c == 0x61C || (c >= 0x200B && c <= 0x200F) || (c >= 0x2028 && c <= 0x202E) ||
-           (c >= 0x2066 && c <= 0x2069) || c == 0xFEFF;
-}
-
 std::string EscapePoint(char32_t c)
 {
     char szText[16];
@@ -145,9 +138,31 @@ bool IsValidUTF8(const std::string& strText)
     return true;
 }
 
+bool IsCleanText(const std::string& strText)
+{
+    for (size_t i = 0; i < strText.size();)
+    {
+        char32_t c = 0;
+        const size_t nLength = DecodeUTF8(strText, i, c);
+        if (nLength == 0 || IsControl(c))
+        {
+            return false;
+        }
+        i += nLength;
+    }
+    return true;
+}
+
 bool IsControl(char32_t cPoint)
 {
     return cPoint < 0x20 || (cPoint >= 0x7F && cPoint <= 0x9F);
+}
+
+bool IsMisleading(char32_t cPoint)
+{
+    return cPoint == 0x61C || (cPoint >= 0x200B && cPoint <= 0x200F) ||
+           (cPoint >= 0x2028 && cPoint <= 0x202E) || (cPoint >= 0x2066 && cPoint <= 0x2069) ||
+           cPoint == 0xFEFF;
 }
 
 std::string QuoteText(const std::string& strText)
@@ -158,6 +173,38 @@ std::string QuoteText(const std::string& strText)
 std::string PlainText(const std::string& strText)
 {
     return Escape(strText, false);
+}
+
+std::string EscapeName(const std::string& strName)
+{
+    std::string strResult;
+    for (const char c : strName)
+    {
+        const bool bPlain = c != '\\' && c != '\n' && c != '\r';
+        strResult += bPlain ? "" : "\\";
+        strResult += c == '\n' ? 'n' : c == '\r' ? 'r' : c;
+    }
+    return strResult;
+}
+
+bool UnescapeName(const std::string& strText, std::string& strName)
+{
+    strName.clear();
+    for (size_t i = 0; i < strText.size(); ++i)
+    {
+        if (strText[i] != '\\')
+        {
+            strName += strText[i];
+            continue;
+        }
+        const char c = ++i < strText.size() ? strText[i] : '\0';
+        if (c != '\\' && c != 'n' && c != 'r')
+        {
+            return false;
+        }
+        strName += c == 'n' ? '\n' : c == 'r' ? '\r' : c;
+    }
+    return true;
 }
 
 int TextColumns(const std::string& strText)

@@ -29,9 +29,12 @@ public:
 
     // Stores what the client is to be told, see IFileClientCallback::GetNextFile.
     virtual bool Begin(std::string& strLocal, std::string& strRemote, long long& llNumber) = 0;
-    virtual void Move(unsigned int dwPercent) = 0;
-    virtual void Complete() = 0;
-    virtual void Fail(const std::string& strReason) = 0;
+    // ullAnnounced: bytes that the peer announced; 0 for an upload.
+    virtual void Move(unsigned int dwPercent, Orb_U64 ullAnnounced) = 0;
+    virtual void Complete(Orb_U64 ullAnnounced) = 0;
+    // nCode: why, as the peer or the client said it, see IFileClientCallback::OnFileFailed; 0: for
+    // another reason.
+    virtual void Fail(const std::string& strReason, int nCode) = 0;
 
     // Removes what is left here of a file that came to nothing; none is made any more. Quick.
     virtual void CleanUp() = 0;

@@ -1,7 +1,12 @@
 #include "Units.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace
 {
@@ -30,6 +35,32 @@ std::string FormatBytes(Orb_U64 ullBytes)
     }
     snprintf(szText, sizeof szText, "%.1f %s", dValue, UNITS[nUnit]);
     return szText;
+}
+
+bool ParseSize(const std::string& strText, Orb_U64& ullBytes)
+{
+    static const char UNITS[] = "KMGTPE";
+    const size_t nDigits = std::min(strText.find_first_not_of("0123456789"), strText.size());
+    std::string strUnit = strText.substr(nDigits);
+    if (nDigits == 0 || nDigits > 20 || (strUnit.size() != 1 && strUnit.size() % 3 != 0))
+    {
+        return false;
+    }
+    unsigned int dwShift = 0;
+    if (!strUnit.empty())
+    {
+        const int nUnit = toupper(static_cast<unsigned char>(strUnit[0]));
+        const char* pUnit = strchr(UNITS, nUnit);
+        if (nUnit == 0 || pUnit == nullptr || (strUnit.size() > 1 && strUnit.substr(1) != "iB"))
+        {
+            return false;
+        }
+        dwShift = 10 * static_cast<unsigned int>(pUnit - UNITS + 1);
+    }
+    errno = 0;
+    const Orb_U64 ullNumber = strtoull(strText.substr(0, nDigits).c_str(), nullptr, 10);
+    ullBytes = ullNumber << dwShift;
+    return errno == 0 && ullBytes >> dwShift == ullNumber;
 }
 
 std::string FormatRate(Orb_U64 ullBytes, double dSeconds)

@@ -11,6 +11,10 @@
 // "0 B", "999 B", "1.0 KiB", "256.0 MiB", "1023.9 GiB", "16.0 EiB"; at most 10 characters.
 std::string FormatBytes(Orb_U64 ullBytes);
 
+// "500", "500K", "10M", "2G", "1T", of either case and also as "10MiB": units of 1024. False for
+// anything else, and for more than 64 bits hold.
+bool ParseSize(const std::string& strText, Orb_U64& ullBytes);
+
 // "12.3 MiB/s"; at most 12 characters. Empty when nothing moved, or the time is too short to tell.
 std::string FormatRate(Orb_U64 ullBytes, double dSeconds);
 

@@ -13,6 +13,7 @@
 #include "ServeCommand.h"
 #include "SubmitCommand.h"
 #include "SubscribeCommand.h"
+#include "WatchCommand.h"
 
 namespace
 {
@@ -45,6 +46,8 @@ int RunCommand(const COptions& options, COutput& output)
             return RunSubmit(options, output);
         case COMMAND_DOWNLOAD:
             return RunDownload(options, output);
+        case COMMAND_WATCH:
+            return RunWatch(options, output);
         case COMMAND_PUBLISH:
             return RunPublish(options, output);
         case COMMAND_SUBSCRIBE:

@@ -1,0 +1,279 @@
+// The files of uploads: where they stand, what they are called, how they count.
+
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "ServeTransfers.h"
+#include "TempFile.h"
+
+namespace
+{
+
+const char PARTIAL_SUFFIX[] = ".osprey-partial";
+const Orb_U64 CONTINUE = ~0ULL;
+
+// A regular file under a name in an open folder.
+bool RegularAt(const CDescriptor& folder, const std::string& strName, struct stat& info)
+{
+    return !strName.empty() &&
+           fstatat(folder.Get(), strName.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(info.st_mode);
+}
+
+}  // namespace
+
+std::string CServeTransfers::PartialName(const std::string& strName)
+{
+    const std::string strPartial = strName + PARTIAL_SUFFIX;
+    return strPartial.size() > NAME_MAX ? std::string() : strPartial;
+}
+
+bool CServeTransfers::IsPartialName(const std::string& strName)
+{
+    const size_t nSuffix = sizeof PARTIAL_SUFFIX - 1;
+    return strName.size() >= nSuffix &&
+           strName.compare(strName.size() - nSuffix, nSuffix, PARTIAL_SUFFIX) == 0;
+}
+
+const char* CServeTransfers::Fault(const CRootFolder& root, const CUpload& upload)
+{
+    if (!m_quota.IsLimited() || QuotaFault(root, upload) == nullptr)
+    {
+        return nullptr;
+    }
+    // Uploads that were given up untold still count.
+    SweepUploads();
+    return QuotaFault(root, upload);
+}
+
+const char* CServeTransfers::QuotaFault(const CRootFolder& root, const CUpload& upload) const
+{
+    if (upload.m_ullOffset != CONTINUE)
+    {
+        return m_quota.Fault(0, std::max(upload.m_ullSize, upload.m_ullOffset));
+    }
+    struct stat info
+    {
+    };
+    const CDescriptor kept = root.Find(upload.m_target.m_strShown + PARTIAL_SUFFIX);
+    const bool bKept = fstat(kept.Get(), &info) == 0 && S_ISREG(info.st_mode) &&
+                       static_cast<Orb_U64>(info.st_size) <= upload.m_ullSize;
+    return m_quota.Fault(bKept ? static_cast<Orb_U64>(info.st_size) : 0, upload.m_ullSize);
+}
+
+Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder,
+                                     std::string& strPath)
+{
+    SweepUploads();
+    CTransfer transfer;
+    transfer.m_bUpload = true;
+    transfer.m_connection = upload.m_connection;
+    transfer.m_strShown = upload.m_target.m_strShown;
+    transfer.m_strName = NameOf(transfer.m_strShown);
+    transfer.m_ullTotal = upload.m_ullSize;
+    // A file that is replaced hands its mode on.
+    struct stat old
+    {
+    };
+    const CDescriptor& replaced = upload.m_target.m_entry;
+    const bool bReplaces = replaced.IsValid() && fstat(replaced.Get(), &old) == 0;
+    if (bReplaces && access(replaced.Path().c_str(), W_OK) != 0)
+    {
+        return 0;
+    }
+    ShareFolder(transfer, std::move(folder));
+    CDescriptor file;
+    if (!CreateTempFileAt(*transfer.m_pFolder, bReplaces ? old.st_mode : 0, transfer.m_strTemp,
+                          file))
+    {
+        return 0;
+    }
+    transfer.m_ullDone = ContinuePartial(transfer, upload.m_ullOffset, file);
+    FileId(file, transfer.m_idFile, nullptr);
+    transfer.m_ullCounted = std::max(transfer.m_ullTotal, transfer.m_ullDone);
+    m_quota.Subtract(upload.m_ullOffset == CONTINUE ? transfer.m_ullDone : 0);
+    m_quota.Add(transfer.m_ullCounted);
+    strPath = Hold(std::move(file));
+    return Add(std::move(transfer));
+}
+
+void CServeTransfers::ShareFolder(CTransfer& transfer, CDescriptor&& folder) const
+{
+    FileId(folder, transfer.m_idFolder, nullptr);
+    for (const auto& entry : m_mapTransfers)
+    {
+        if (entry.second.m_bUpload && entry.second.m_idFolder == transfer.m_idFolder)
+        {
+            transfer.m_pFolder = entry.second.m_pFolder;
+            return;
+        }
+    }
+    transfer.m_pFolder = std::make_shared<const CDescriptor>(std::move(folder));
+}
+
+// Where the first block will be written. The library examines the file itself, by the same rule.
+Orb_U64 CServeTransfers::ContinuePartial(const CTransfer& transfer, Orb_U64 ullOffset,
+                                         CDescriptor& file)
+{
+    if (ullOffset != CONTINUE)
+    {
+        return ullOffset;
+    }
+    const std::string strPartial = PartialName(transfer.m_strName);
+    const int nFolder = transfer.m_pFolder->Get();
+    struct stat info
+    {
+    };
+    CDescriptor partial;
+    if (!strPartial.empty())
+    {
+        partial = CDescriptor(openat(nFolder, strPartial.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    }
+    const bool bUsable =
+        partial.IsValid() && fstat(partial.Get(), &info) == 0 && S_ISREG(info.st_mode) &&
+        static_cast<Orb_U64>(info.st_size) <= transfer.m_ullTotal &&
+        renameat(nFolder, strPartial.c_str(), nFolder, transfer.m_strTemp.c_str()) == 0;
+    if (!bUsable)
+    {
+        return 0;
+    }
+    file = std::move(partial);
+    return static_cast<Orb_U64>(info.st_size);
+}
+
+// False when more has arrived than may: the upload is then over.
+bool CServeTransfers::CountArrived(CTransfer& transfer, Orb_U64 ullDone)
+{
+    if (!m_quota.IsLimited() || ullDone <= transfer.m_ullCounted)
+    {
+        return true;
+    }
+    const char* pszFault = m_quota.Fault(transfer.m_ullCounted, ullDone);
+    if (pszFault != nullptr)
+    {
+        CutOff(transfer, pszFault);
+        return false;
+    }
+    m_quota.Add(ullDone - transfer.m_ullCounted);
+    transfer.m_ullCounted = ullDone;
+    return true;
+}
+
+// What else its peer sends before the connection ends goes into a file without a name.
+void CServeTransfers::CutOff(CTransfer& transfer, const char* pszFault)
+{
+    const std::string& strName = transfer.m_bWhole ? transfer.m_strName : transfer.m_strTemp;
+    struct stat info
+    {
+    };
+    if (RegularAt(*transfer.m_pFolder, strName, info) &&
+        CFileId(info.st_dev, info.st_ino) == transfer.m_idFile)
+    {
+        unlinkat(transfer.m_pFolder->Get(), strName.c_str(), 0);
+    }
+    m_quota.Subtract(transfer.m_ullCounted);
+    transfer.m_ullCounted = 0;
+    m_events.Refused("upload", transfer.m_connection, transfer.m_strShown, pszFault);
+    m_pServer->TerminateTask(transfer.m_lTask);
+}
+
+void CServeTransfers::Deleted(const CDescriptor& file)
+{
+    CFileId id;
+    Orb_U64 ullSize = 0;
+    if (m_quota.IsLimited() && FileId(file, id, &ullSize))
+    {
+        Leaves(id, ullSize);
+    }
+}
+
+// A file has lost its name. While a peer may still write into it, it goes on to count.
+void CServeTransfers::Leaves(const CFileId& id, Orb_U64 ullSize)
+{
+    for (auto& entry : m_mapTransfers)
+    {
+        if (entry.second.m_bWhole && !entry.second.m_bGone && entry.second.m_idFile == id)
+        {
+            entry.second.m_bGone = true;
+            return;
+        }
+    }
+    m_quota.Subtract(ullSize);
+}
+
+// False when it cannot have its name.
+bool CServeTransfers::FinishUpload(CTransfer& transfer)
+{
+    const int nFolder = transfer.m_pFolder->Get();
+    struct stat old
+    {
+    };
+    const bool bReplaces =
+        m_quota.IsLimited() && RegularAt(*transfer.m_pFolder, transfer.m_strName, old);
+    if (renameat(nFolder, transfer.m_strTemp.c_str(), nFolder, transfer.m_strName.c_str()) != 0)
+    {
+        m_events.Failed("upload", transfer.m_connection, transfer.m_strShown,
+                        std::string(strerror(errno)) + ", kept as " +
+                            JoinInside(FolderOf(transfer.m_strShown), transfer.m_strTemp));
+        if (m_quota.IsLimited())
+        {
+            m_pServer->TerminateTask(transfer.m_lTask);  // nobody counts for it any more
+        }
+        return false;
+    }
+    if (bReplaces)
+    {
+        Leaves(CFileId(old.st_dev, old.st_ino), static_cast<Orb_U64>(old.st_size));
+    }
+    const std::string strPartial = PartialName(transfer.m_strName);
+    if (RegularAt(*transfer.m_pFolder, strPartial, old) &&
+        unlinkat(nFolder, strPartial.c_str(), 0) == 0)
+    {
+        m_quota.Subtract(static_cast<Orb_U64>(old.st_size));
+    }
+    // A file that shrank on its way announced more.
+    m_quota.Subtract(transfer.m_ullCounted - transfer.m_ullDone);
+    transfer.m_ullCounted = transfer.m_ullDone;
+    m_events.Finished(true, transfer.m_connection, transfer.m_strShown, transfer.m_ullDone,
+                      transfer.Seconds());
+    return true;
+}
+
+// Keeps what arrived of an upload, unless that is nothing. Returns the path that it is kept under,
+// or nothing.
+std::string CServeTransfers::Keep(const CTransfer& transfer)
+{
+    const int nFolder = transfer.m_pFolder->Get();
+    const std::string strPartial = PartialName(transfer.m_strName);
+    m_quota.Subtract(transfer.m_ullCounted);
+    struct stat info
+    {
+    };
+    if (fstatat(nFolder, transfer.m_strTemp.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
+    {
+        return std::string();
+    }
+    struct stat older
+    {
+    };
+    const bool bOlder = RegularAt(*transfer.m_pFolder, strPartial, older);
+    const bool bKeep =
+        info.st_size > 0 && !strPartial.empty() &&
+        KindAt(*transfer.m_pFolder, strPartial) != KIND_FOLDER &&
+        renameat(nFolder, transfer.m_strTemp.c_str(), nFolder, strPartial.c_str()) == 0;
+    if (!bKeep)
+    {
+        unlinkat(nFolder, transfer.m_strTemp.c_str(), 0);
+        return std::string();
+    }
+    m_quota.Subtract(bOlder ? static_cast<Orb_U64>(older.st_size) : 0);
+    m_quota.Add(static_cast<Orb_U64>(info.st_size));
+    return JoinInside(FolderOf(transfer.m_strShown), strPartial);
+}
