@@ -1,4 +1,6 @@
-// MinimalServer DIR PORT: peers may put files into DIR and fetch them, until Enter is pressed.
+// FileServer DIR PORT: peers may put files into DIR and fetch them, until Enter is pressed.
+//
+// Standard output is the library's, for its trace lines; an example speaks on standard error.
 #include <LibOsprey.h>
 
 #include <cstdio>
@@ -34,7 +36,7 @@ public:
 
     void OnDisconnect(const char* pszName) override
     {
-        printf("%s has gone\n", pszName);
+        fprintf(stderr, "%s has gone\n", pszName);
     }
 
 private:
@@ -57,19 +59,20 @@ int main(int argc, char** argv)
     {
         return 2;
     }
+    const auto wPort = static_cast<unsigned short>(atoi(argv[2]));
+    bool bRan = false;
     CHost host(argv[1]);
     IOspreyServer* pServer = CreateOspreyServer(&host);
-    const bool bRuns = pServer->Startup(0, static_cast<unsigned short>(atoi(argv[2])));
-    if (bRuns)
+    if (pServer->Startup(0, wPort))
     {
-        puts("Serving; Enter ends.");
+        bRan = true;
+        fputs("Serving; Enter ends.\n", stderr);
         getchar();
         while (!pServer->EndAllConnections(1000))
         {
-            puts("Waiting for connections to end.");
         }
         pServer->Shutdown();
     }
     pServer->Release();
-    return bRuns ? 0 : 1;
+    return bRan ? 0 : 1;
 }

@@ -1,16 +1,12 @@
-// Puts a number into channel 1 every 10 milliseconds: MinimalPublisher PORT
+// Publish PORT: puts each line of standard input into channel 1, until the input ends.
+#include <LibOsprey.h>
 
-#include <stdio.h>
-#include <stdlib.h>
-#include <unistd.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
-#include "LibOsprey.h"
-
-namespace
-{
-
-// Serves channels alone: every file request is refused.
-class CHost : public IOspreyServerCallback
+// Serves channels alone: every request for a file is refused.
+class CHost final : public IOspreyServerCallback
 {
 public:
     int OnRequest(KS_REQUEST eRequest, void* pRecord) override
@@ -35,10 +31,8 @@ public:
         }
         return 0;
     }
-    void OnDisconnect(const char* /*pszName*/) override {}
+    void OnDisconnect(const char*) override {}
 };
-
-}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -53,10 +47,17 @@ int main(int argc, char** argv)
         pServer->Release();
         return 1;
     }
-    for (unsigned int dwNumber = 0;; ++dwNumber)
+    char szLine[1500];  // the largest packet
+    while (fgets(szLine, sizeof szLine, stdin) != nullptr)
     {
         // 5 means that nobody reads the channel: no reason to stop.
-        pServer->PutChannelPacket(1, &dwNumber, sizeof dwNumber);
-        usleep(10000);
+        pServer->PutChannelPacket(1, szLine, static_cast<unsigned int>(strlen(szLine)));
+        pServer->FlushChannelPackets();  // now, not when a reader looks next
     }
+    while (!pServer->EndAllConnections(1000))
+    {
+    }
+    pServer->Shutdown();
+    pServer->Release();
+    return 0;
 }
