@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "RawSocket.h"
+#include "ThisTest.h"
 
 extern char** environ;
 
@@ -72,10 +73,7 @@ void Report(int hReport, const std::string& strRefused)
         LeaveNetwork();
         fcntl(hReport, F_SETFD, 0);
         setenv(REPORT_VARIABLE, std::to_string(hReport).c_str(), 1);
-        const ::testing::TestInfo& test = *::testing::UnitTest::GetInstance()->current_test_info();
-        const std::string strFilter =
-            "--gtest_filter=" + std::string(test.test_suite_name()) + "." + test.name();
-        execl("/proc/self/exe", "EndToEndTests", strFilter.c_str(), nullptr);
+        execl("/proc/self/exe", "EndToEndTests", FilterOfThisTest().c_str(), nullptr);
     }
     catch (const CNetworkRefused& refused)
     {

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <thread>
 
+#include "ThisTest.h"
+
 namespace
 {
 
@@ -46,10 +48,8 @@ bool WriteLine(const char* pszPath, const char* pszLine)
 // In users of its own a process has the right to mounts of its own.
 std::string RunTestAgain()
 {
-    const auto* pInfo = ::testing::UnitTest::GetInstance()->current_test_info();
     std::string strName = "test";
-    std::string strFilter =
-        std::string("--gtest_filter=") + pInfo->test_suite_name() + "." + pInfo->name();
+    std::string strFilter = FilterOfThisTest();
     char* const arguments[] = {strName.data(), strFilter.data(), nullptr};
     const std::string strUsers = "0 " + std::to_string(geteuid()) + " 1";
     const std::string strGroups = "0 " + std::to_string(getegid()) + " 1";
