@@ -159,9 +159,9 @@ TEST(ChannelUdpSource, ServerListensToDatagramsUntilASignal)
     CServedFolder served({"--channel", "1=udp:0"});
     CUdpEnd sender;
     std::string strSource;
-    for (const nlohmann::json& event : served.Tool().GetEvents())
+    for (const CEvent& event : served.Tool().GetEvents())
     {
-        strSource = event.value("source", strSource);
+        strSource = event.Has("source") ? event["source"].As<std::string>() : strSource;
     }
     const int nPort = std::stoi(strSource.substr(strSource.rfind(':') + 1));
     CToolProcess subscriber({"subscribe", served.GetPeer(), "--channel", "1=hex", "--count", "1"});

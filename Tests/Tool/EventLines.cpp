@@ -16,7 +16,7 @@ void CEventLines::AddOutput(const std::string& strCommand, const std::string& st
     std::istringstream lines(strOutput);
     for (std::string strLine; std::getline(lines, strLine);)
     {
-        EXPECT_TRUE(nlohmann::json::accept(strLine)) << strCommand << " printed " << strLine;
+        EXPECT_FALSE(CEvent::Parse(strLine).IsNull()) << strCommand << " printed " << strLine;
         Add(strCommand, strLine);
     }
 }

@@ -234,9 +234,9 @@ TEST_F(HostileEvents, EachIsOneLineOfTheSchemaAndKeepsItsName)
     for (size_t i = 0; i < EVENTS; ++i)
     {
         ASSERT_TRUE(IsHarmlessLine(listLines[i])) << QuoteText(listLines[i]);
-        const nlohmann::json event = nlohmann::json::parse(listLines[i], nullptr, false);
-        ASSERT_TRUE(event.is_object()) << listLines[i];
-        if (IsValidUTF8(m_listNames[i]) && event.contains("path"))
+        const CEvent event = CEvent::Parse(listLines[i]);
+        ASSERT_TRUE(event.Has("event")) << listLines[i];
+        if (IsValidUTF8(m_listNames[i]) && event.Has("path"))
         {
             EXPECT_EQ(event["path"], m_listNames[i]) << listLines[i];
         }
@@ -300,7 +300,7 @@ protected:
         CServedFolder served({"--channel", "9=" + m_local.GetPath("source")});
         const std::string strPeer = served.GetPeer();
         CToolProcess watch({"watch", m_local.GetPath(), strPeer, "--json", "--to", "watched"});
-        EXPECT_FALSE(watch.WaitForEvent("sent").is_null());
+        EXPECT_FALSE(watch.WaitForEvent("sent").IsNull());
         watch.Signal(SIGTERM);
         EXPECT_EQ(watch.Wait(), 0);
         m_lines.AddOutput("watch", watch.GetOutput());
@@ -317,7 +317,7 @@ protected:
         peer.Send(Wire::Upfi(2, 3, 0, u"half"));
         peer.ReceivePacket();
         peer.Reset();
-        EXPECT_FALSE(served.Tool().WaitForEvent("incomplete").is_null());
+        EXPECT_FALSE(served.Tool().WaitForEvent("incomplete").IsNull());
         EXPECT_EQ(served.Stop(), 0);
         m_lines.AddOutput("serve", served.Tool().GetOutput());
     }
@@ -329,10 +329,10 @@ protected:
         const std::string strPeer = publisher.GetPeer();
         EXPECT_EQ(Run({"subscribe", strPeer, "-c", "1=hex", "--count", "2"}), 0);
         CToolProcess reader({"subscribe", strPeer, "--json", "-c", "3", "-c", "2"});
-        EXPECT_FALSE(reader.WaitForEvent("stats").is_null());
+        EXPECT_FALSE(reader.WaitForEvent("stats").IsNull());
         EXPECT_EQ(Run({"download", strPeer, "f", "-o", m_local.GetPath()}), 1);
         EXPECT_EQ(publisher.Stop(), 0);
-        EXPECT_FALSE(reader.WaitForEvent("connect_failed").is_null());
+        EXPECT_FALSE(reader.WaitForEvent("connect_failed").IsNull());
         reader.Signal(SIGTERM);
         EXPECT_EQ(reader.Wait(), 0);
         m_lines.AddOutput("subscribe", reader.GetOutput());

@@ -32,10 +32,10 @@ protected:
     // Nothing has changed, inside or outside, and the log says why.
     void ExpectUntouched(const char* pszRequest)
     {
-        const nlohmann::json event = m_served.Tool().WaitForEvent("refused");
+        const CEvent event = m_served.Tool().WaitForEvent("refused");
         EXPECT_EQ(event["request"], pszRequest);
         EXPECT_EQ(event["connection"], "peer");
-        EXPECT_FALSE(event["reason"].get<std::string>().empty());
+        EXPECT_FALSE(event["reason"].As<std::string>().empty());
         EXPECT_EQ(ListFolder(m_served.Around().GetPath()), m_listBefore);
         EXPECT_EQ(ReadFile(m_served.Around().GetPath("secret")), SECRET);
         EXPECT_EQ(ReadFile(m_served.GetPath("dir/file")), "inside");

@@ -27,9 +27,9 @@ const size_t JOBS = 8;
 
 size_t CountEvents(const CToolProcess& tool, const std::string& strEvent)
 {
-    const std::vector<nlohmann::json> listEvents = tool.GetEvents();
+    const std::vector<CEvent> listEvents = tool.GetEvents();
     return static_cast<size_t>(std::count_if(listEvents.begin(), listEvents.end(),
-                                             [&](const nlohmann::json& event)
+                                             [&](const CEvent& event)
                                              { return event["event"] == strEvent; }));
 }
 
@@ -242,9 +242,9 @@ TEST_F(JobsTool, FoldersOfAllPathsAreMadeBeforeAnyFileIsSent)
     EXPECT_EQ(run.m_nExitCode, 0) << run.m_strErrors;
     EXPECT_EQ(served.Stop(), 0);
     std::string strOrder;
-    for (const nlohmann::json& event : served.Tool().GetEvents())
+    for (const CEvent& event : served.Tool().GetEvents())
     {
-        const std::string strEvent = event["event"];
+        const std::string strEvent = event["event"].As<std::string>();
         strOrder += strEvent == "folder" ? "d" : strEvent == "upload" ? "f" : "";
     }
     EXPECT_EQ(strOrder, "dddd" + std::string(40, 'f'));
@@ -412,7 +412,7 @@ TEST_F(JobsTool, OneMissingAmongManyGives1AndTheOthersArrive)
     EXPECT_EQ(tool.Wait(), 1);
     EXPECT_EQ(tool.GetErrors(), "osprey: missing: not found at the server, or refused\n");
     ExpectSame(m_local.GetPath("all"), m_local.GetPath("back"));
-    const nlohmann::json summary = tool.WaitForEvent("summary");
+    const CEvent summary = tool.WaitForEvent("summary");
     EXPECT_EQ(summary["files"], 60);
     EXPECT_EQ(summary["failed"], 1);
 }
@@ -427,12 +427,12 @@ TEST_F(JobsTool, JsonTellsOneConnectionAndTheSumOfAll)
     EXPECT_EQ(CountEvents(tool, "folder"), 2U);
     EXPECT_EQ(CountEvents(tool, "sent"), 50U);
     unsigned long long ullSum = 0;
-    for (const nlohmann::json& event : tool.GetEvents())
+    for (const CEvent& event : tool.GetEvents())
     {
-        ullSum += event["event"] == "sent" ? event["bytes"].get<unsigned long long>() : 0;
+        ullSum += event["event"] == "sent" ? event["bytes"].As<unsigned long long>() : 0;
     }
     EXPECT_EQ(ullSum, 331ULL * 50 * 49 / 2);
-    const nlohmann::json summary = tool.WaitForEvent("summary");
+    const CEvent summary = tool.WaitForEvent("summary");
     EXPECT_EQ(summary["files"], 50);
     EXPECT_EQ(summary["folders"], 2);
     EXPECT_EQ(summary["failed"], 0);
@@ -448,12 +448,12 @@ TEST_F(JobsTool, JsonTellsTheRateOfEachFile)
     CConnections listConnections = AcceptRequests(peer, 2, "DFIL", listIDs);
     listConnections[0].Socket().Send(Wire::Dfrt(listIDs[0], 0, 4, 0) +
                                      Wire::Dfrb(listIDs[0], "12"));
-    nlohmann::json event = tool.WaitForEvent("progress");
-    while (!event.is_null() && event["bytes"] == 0)
+    CEvent event = tool.WaitForEvent("progress");
+    while (!event.IsNull() && event["bytes"] == 0)
     {
         event = tool.WaitForEvent("progress");
     }
-    EXPECT_GT(event["bytes_per_second"], 0.0);
+    EXPECT_GT(event["bytes_per_second"].As<double>(), 0.0);
     event = tool.WaitForEvent("progress");
     EXPECT_EQ(event["bytes"], 0);
     EXPECT_EQ(event["bytes_per_second"], 0.0);

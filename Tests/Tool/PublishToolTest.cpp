@@ -51,11 +51,11 @@ std::vector<size_t> PacketSizes(const CNames& listLines)
     std::vector<size_t> listSizes;
     for (const std::string& strLine : listLines)
     {
-        const nlohmann::json event = nlohmann::json::parse(strLine);
+        const CEvent event = CEvent::Parse(strLine);
         if (event["event"] == "packet")
         {
-            listSizes.push_back(event["size"]);
-            EXPECT_EQ(event["hex"].get<std::string>().size(), listSizes.back() * 2);
+            listSizes.push_back(event["size"].As<size_t>());
+            EXPECT_EQ(event["hex"].As<std::string>().size(), listSizes.back() * 2);
         }
     }
     return listSizes;
@@ -73,7 +73,7 @@ TEST_F(PublishTool, FileArrivesWhole)
     EXPECT_TRUE(ReadFile(m_folder.GetPath("out")) == strContents);
     EXPECT_EQ(publisher.Tool().WaitForEvent("ended")["channel"], 1);
     EXPECT_EQ(publisher.Stop(), 0);
-    const nlohmann::json summary = publisher.Tool().WaitForEvent("summary");
+    const CEvent summary = publisher.Tool().WaitForEvent("summary");
     EXPECT_EQ(summary["packets"], 501);
     EXPECT_EQ(summary["bytes"], strContents.size());
     EXPECT_EQ(summary["unread"], 0);
@@ -104,7 +104,7 @@ TEST_F(PublishTool, StandardInputIsASource)
                          m_folder.WriteFile("in", strContents));
     EXPECT_EQ(Take(publisher, {"4294967295=" + m_folder.GetPath("out")}, 10).m_nExitCode, 0);
     EXPECT_TRUE(ReadFile(m_folder.GetPath("out")) == strContents);
-    EXPECT_FALSE(publisher.Tool().WaitForEvent("ended").is_null());
+    EXPECT_FALSE(publisher.Tool().WaitForEvent("ended").IsNull());
     EXPECT_EQ(publisher.Stop(), 0);
 }
 
@@ -122,7 +122,7 @@ TEST_F(PublishTool, FifoIsASourceUntilItsWriterEnds)
     close(nWriter);
     EXPECT_TRUE(reader.WaitForOutput("|rest|"));
     EXPECT_EQ(reader.Wait(), 0);
-    EXPECT_FALSE(publisher.Tool().WaitForEvent("ended").is_null());
+    EXPECT_FALSE(publisher.Tool().WaitForEvent("ended").IsNull());
     EXPECT_EQ(publisher.Stop(), 0);
 }
 
@@ -133,7 +133,7 @@ TEST_F(PublishTool, EndsByItselfAfterItsSources)
     const CToolProcess reader({"subscribe", publisher.GetPeer(), "--channel", "1"});
     EXPECT_EQ(publisher.Tool().Wait(), 0);
     EXPECT_EQ(publisher.Tool().WaitForEvent("summary")["packets"], 1);
-    EXPECT_FALSE(publisher.Tool().WaitForEvent("stopped").is_null());
+    EXPECT_FALSE(publisher.Tool().WaitForEvent("stopped").IsNull());
 }
 
 TEST_F(PublishTool, TwoSubscribersTakeTwoChannels)
@@ -157,7 +157,7 @@ TEST_F(PublishTool, PacketsThatNobodyReadsAreCounted)
 {
     CPublisher publisher({"--linger", "0", "--packet-size", "10", "--rate", "0", "--channel",
                           Source("1", Pattern(95))});
-    const nlohmann::json summary = publisher.Tool().WaitForEvent("summary");
+    const CEvent summary = publisher.Tool().WaitForEvent("summary");
     EXPECT_EQ(summary["packets"], 0);
     EXPECT_EQ(summary["unread"], 10);
     EXPECT_EQ(publisher.Tool().Wait(), 0);
@@ -189,7 +189,7 @@ TEST_F(PublishTool, FileRequestsAreRefused)
         {"submit", publisher.GetPeer(), m_folder.WriteFile("file", "text"), "--name", "me"});
     EXPECT_EQ(submit.m_nExitCode, 1);
     EXPECT_NE(submit.m_strErrors.find("refused"), std::string::npos);
-    nlohmann::json event = publisher.Tool().WaitForEvent("refused");
+    CEvent event = publisher.Tool().WaitForEvent("refused");
     EXPECT_EQ(event["connection"], "me");
     EXPECT_EQ(event["reason"], "no files are served");
     const CToolRun download(
@@ -227,8 +227,8 @@ TEST_F(PublishTool, SignalsGive0)
         CPublisher publisher({"--channel", "1=udp:0"});
         publisher.Tool().Signal(nSignal);
         EXPECT_EQ(publisher.Tool().Wait(), 0) << nSignal;
-        EXPECT_FALSE(publisher.Tool().WaitForEvent("summary").is_null());
-        EXPECT_FALSE(publisher.Tool().WaitForEvent("stopped").is_null());
+        EXPECT_FALSE(publisher.Tool().WaitForEvent("summary").IsNull());
+        EXPECT_FALSE(publisher.Tool().WaitForEvent("stopped").IsNull());
         EXPECT_EQ(publisher.Tool().GetErrors(), "");
     }
 }

@@ -28,19 +28,18 @@ CPublisher::CPublisher(const std::vector<std::string>& listArguments, unsigned s
                        const std::string& strInput)
     : m_tool(Arguments(listArguments, wPort), 0, std::string(), strInput)
 {
-    const nlohmann::json event = m_tool.WaitForEvent("listening");
-    m_wPort =
-        event.is_null() ? static_cast<unsigned short>(0) : event["port"].get<unsigned short>();
+    const CEvent event = m_tool.WaitForEvent("listening");
+    m_wPort = event.IsNull() ? static_cast<unsigned short>(0) : event["port"].As<unsigned short>();
 }
 
 unsigned short CPublisher::GetUdpPort(unsigned int dwChannel) const
 {
-    for (const nlohmann::json& event : m_tool.GetEvents())
+    for (const CEvent& event : m_tool.GetEvents())
     {
         if (event["event"] == "source" && event["channel"] == dwChannel)
         {
             // "udp:ADDR:PORT", then perhaps an interface or a sender.
-            const std::string strSource = event["source"];
+            const std::string strSource = event["source"].As<std::string>();
             return static_cast<unsigned short>(
                 std::stoi(strSource.substr(strSource.find(':', 4) + 1)));
         }

@@ -124,7 +124,7 @@ protected:
     static void ExpectSummary(CToolProcess& tool, size_t nMoved, size_t nBefore)
     {
         EXPECT_EQ(tool.Wait(), 0) << tool.GetErrors();
-        const nlohmann::json summary = tool.WaitForEvent("summary");
+        const CEvent summary = tool.WaitForEvent("summary");
         EXPECT_EQ(summary["files"], nMoved);
         EXPECT_EQ(summary["finished_before"], nBefore);
     }
@@ -266,9 +266,9 @@ TEST_F(ResumeTool, SubmitToARealServerArrivesWholeThroughDeaths)
     m_local.WriteFile("src/f125", Contents("f125"));
     CToolProcess second(Submit(served.GetPeer(), {"--jobs", "4"}));
     EXPECT_EQ(second.Wait(), 0) << second.GetErrors();
-    const nlohmann::json summary = second.WaitForEvent("summary");
-    EXPECT_GE(summary["finished_before"].get<size_t>(), FILES / 2);
-    EXPECT_EQ(summary["finished_before"].get<size_t>() + summary["files"].get<size_t>(), FILES);
+    const CEvent summary = second.WaitForEvent("summary");
+    EXPECT_GE(summary["finished_before"].As<size_t>(), FILES / 2);
+    EXPECT_EQ(summary["finished_before"].As<size_t>() + summary["files"].As<size_t>(), FILES);
     for (const std::string& strName : m_listNames)
     {
         EXPECT_EQ(ReadFile(served.GetPath("src/" + strName)), Contents(strName));

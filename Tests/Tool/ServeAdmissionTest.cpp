@@ -24,7 +24,7 @@ TEST(ServeAdmission, OnlyAllowedAddressesAreTaken)
     CRawSocket other;
     ASSERT_TRUE(other.Connect(served.GetPort()));
     EXPECT_EQ(other.ReceiveToEnd(), "");
-    const nlohmann::json event = served.Tool().WaitForEvent("turned_away");
+    const CEvent event = served.Tool().WaitForEvent("turned_away");
     EXPECT_EQ(event["address"], "127.0.0.1");
     EXPECT_EQ(event["reason"], "the address is not allowed");
     EXPECT_EQ(event["connections"], 1);
@@ -60,11 +60,11 @@ TEST(ServeAdmission, FloodOfConnectionsIsNoFloodOfLines)
     const auto taken = std::chrono::steady_clock::now() - start;
     int nTold = 0;
     int nLines = 0;
-    for (const nlohmann::json& event : served.Tool().GetEvents())
+    for (const CEvent& event : served.Tool().GetEvents())
     {
         if (event["event"] == "turned_away")
         {
-            nTold += event["connections"].get<int>();
+            nTold += event["connections"].As<int>();
             ++nLines;
         }
     }
@@ -76,10 +76,10 @@ TEST(ServeAdmission, PublishTurnsAwayToo)
 {
     CToolProcess tool(
         {"publish", "--channel", "1=udp:0", "--port", "0", "--json", "--allow", "127.0.0.2"});
-    const nlohmann::json event = tool.WaitForEvent("listening");
-    ASSERT_FALSE(event.is_null());
+    const CEvent event = tool.WaitForEvent("listening");
+    ASSERT_FALSE(event.IsNull());
     CRawSocket other;
-    ASSERT_TRUE(other.Connect(event["port"].get<unsigned short>()));
+    ASSERT_TRUE(other.Connect(event["port"].As<unsigned short>()));
     EXPECT_EQ(other.ReceiveToEnd(), "");
     EXPECT_EQ(tool.WaitForEvent("turned_away")["address"], "127.0.0.1");
 }

@@ -106,7 +106,7 @@ TEST(ServeQuota, LargeFileIsRefusedAsItIsAnnounced)
     CServedFolder served({"--max-file", "1K"});
     CRawSocket peer = served.Connect();
     EXPECT_EQ(Begin(peer, 2, 1025, u"dir/f"), REFUSED);
-    const nlohmann::json event = served.Tool().WaitForEvent("refused");
+    const CEvent event = served.Tool().WaitForEvent("refused");
     EXPECT_EQ(event["request"], "upload");
     EXPECT_EQ(event["reason"], TOO_LARGE);
     EXPECT_EQ(Begin(peer, 3, 0xFFFFFFFFFFFFFFFFULL, u"f"), REFUSED);
@@ -127,7 +127,7 @@ TEST(ServeQuota, WhoSendsMoreThanMayBeLosesTheFileAndTheConnection)
         EXPECT_EQ(Begin(peer, 2, 1000, u"f"), 0U);
         Block(peer, 2, 500);
         SendUntilEnd(peer, 2);
-        const nlohmann::json event = served.Tool().WaitForEvent("refused");
+        const CEvent event = served.Tool().WaitForEvent("refused");
         EXPECT_EQ(event["name"], "f");
         EXPECT_EQ(event["reason"], TOO_LARGE);
         EXPECT_TRUE(served.List().empty());
@@ -172,7 +172,7 @@ TEST(ServeQuota, WhatIsThereAtTheStartCounts)
     CToolProcess tool(
         {"serve", "--root", folder.GetPath(), "--port", "0", "--json", "--max-total", "1K"});
     CRawSocket peer;
-    ASSERT_TRUE(peer.Connect(tool.WaitForEvent("listening")["port"].get<unsigned short>()));
+    ASSERT_TRUE(peer.Connect(tool.WaitForEvent("listening")["port"].As<unsigned short>()));
     peer.Send(Wire::Brow());
     EXPECT_FALSE(Store(peer, 425, u"f"));
     EXPECT_EQ(tool.WaitForEvent("refused")["reason"], NO_ROOM);

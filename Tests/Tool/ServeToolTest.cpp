@@ -67,7 +67,7 @@ TEST(ServeTool, InterruptWithOpenConnectionsGives0)
         EXPECT_EQ(served.Tool().Wait(), 0) << nSignal;
         EXPECT_TRUE(named.IsClosedByPeer());
         EXPECT_EQ(served.Tool().WaitForEvent("disconnected")["connection"], "peer");
-        EXPECT_FALSE(served.Tool().WaitForEvent("stopped").is_null());
+        EXPECT_FALSE(served.Tool().WaitForEvent("stopped").IsNull());
         EXPECT_EQ(served.Tool().GetErrors(), "");
     }
 }
@@ -80,11 +80,11 @@ TEST(ServeTool, InterruptAmidADownloadGives0)
     peer.Send(Wire::Dfil(2, 0, u"big"));
     EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
     EXPECT_EQ(served.Stop(), 0);
-    const nlohmann::json event = served.Tool().WaitForEvent("incomplete");
+    const CEvent event = served.Tool().WaitForEvent("incomplete");
     EXPECT_EQ(event["request"], "download");
     EXPECT_EQ(event["path"], "big");
     EXPECT_EQ(event["total"], 8000000);
-    EXPECT_LT(event["bytes"].get<int>(), 8000000);
+    EXPECT_LT(event["bytes"].As<int>(), 8000000);
 }
 
 TEST(ServeTool, TakenPortGives3)
@@ -112,11 +112,11 @@ TEST(ServeTool, DownloadIsToldWithBytesAndRate)
     served.Around().WriteFile("root/f.bin", strContents);
     CRawSocket peer = served.Connect(u"cam \u65e5");
     EXPECT_EQ(Download(peer, 2, u"f.bin"), strContents);
-    const nlohmann::json event = served.Tool().WaitForEvent("download");
+    const CEvent event = served.Tool().WaitForEvent("download");
     EXPECT_EQ(event["connection"], "cam \u65e5");
     EXPECT_EQ(event["path"], "f.bin");
     EXPECT_EQ(event["bytes"], 200000);
-    EXPECT_GT(event["bytes_per_second"].get<double>(), 0.0);
+    EXPECT_GT(event["bytes_per_second"].As<double>(), 0.0);
     peer.Close();
     EXPECT_EQ(served.Tool().WaitForEvent("disconnected")["connection"], "cam \u65e5");
 }
@@ -210,7 +210,7 @@ TEST(ServeTool, ReadOnlyServesDownloadsAndNothingElse)
     EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
     for (const char* pszRequest : {"upload", "folder", "delete"})
     {
-        const nlohmann::json event = served.Tool().WaitForEvent("refused");
+        const CEvent event = served.Tool().WaitForEvent("refused");
         EXPECT_EQ(event["request"], pszRequest);
         EXPECT_EQ(event["reason"], "the folder is served read-only");
     }
@@ -253,9 +253,9 @@ TEST(ServeTool, TraceLinesGoToTheirFileAlone)
     fs::create_directory(folder.GetPath("root"));
     CToolProcess tool({"serve", "--root", folder.GetPath("root"), "--port", "0", "--json",
                        "--trace", folder.GetPath("trace")});
-    const nlohmann::json event = tool.WaitForEvent("listening");
+    const CEvent event = tool.WaitForEvent("listening");
     CRawSocket peer;
-    ASSERT_TRUE(peer.Connect(event["port"].get<unsigned short>()));
+    ASSERT_TRUE(peer.Connect(event["port"].As<unsigned short>()));
     peer.Send(Wire::Brow() + Wire::Namc(1, u"x"));
     tool.WaitForEvent("connected");
     tool.Signal(SIGINT);

@@ -56,7 +56,7 @@ TEST_F(ServeUpload, WholeFileGetsItsNameAndIsTold)
     Block(peer, 2, "", 1);
     EXPECT_EQ(m_served.List(), (CNames{"to/", "to/a/", "to/a/f"}));
     EXPECT_EQ(Contents("to/a/f"), "12345");
-    const nlohmann::json event = m_served.Tool().WaitForEvent("upload");
+    const CEvent event = m_served.Tool().WaitForEvent("upload");
     EXPECT_EQ(event["path"], "to/a/f");
     EXPECT_EQ(event["bytes"], 5);
     EXPECT_EQ(event["connection"], "peer");
@@ -145,10 +145,10 @@ TEST_F(ServeUpload, CancelledUploadLeavesTheOldFileAndNothingElse)
               Wire::WithoutVersion(Wire::Result("DTRT", 3, 0)));
     EXPECT_EQ(m_served.List(), CNames{"f"});
     EXPECT_EQ(Contents("f"), "old");
-    const nlohmann::json event = m_served.Tool().WaitForEvent("incomplete");
+    const CEvent event = m_served.Tool().WaitForEvent("incomplete");
     EXPECT_EQ(event["bytes"], 3);
     EXPECT_EQ(event["total"], 100);
-    EXPECT_FALSE(event.contains("kept"));
+    EXPECT_FALSE(event.Has("kept"));
 }
 
 TEST_F(ServeUpload, DeletionWhileItIsWrittenTakesTheOldFileOnly)
@@ -182,7 +182,7 @@ TEST_F(ServeUpload, NothingArrivedLeavesNothing)
     CRawSocket peer = m_served.Connect();
     Begin(peer, 2, 100, u"f");
     peer.Close();
-    EXPECT_FALSE(m_served.Tool().WaitForEvent("incomplete").contains("kept"));
+    EXPECT_FALSE(m_served.Tool().WaitForEvent("incomplete").Has("kept"));
     EXPECT_TRUE(m_served.List().empty());
 }
 

@@ -15,9 +15,8 @@ CServedFolder::CServedFolder(const std::vector<std::string>& listOptions)
                                               "--port", "0",      "--json"};
     listArguments.insert(listArguments.end(), listOptions.begin(), listOptions.end());
     m_pTool = std::make_unique<CToolProcess>(listArguments);
-    const nlohmann::json event = m_pTool->WaitForEvent("listening");
-    m_wPort =
-        event.is_null() ? static_cast<unsigned short>(0) : event["port"].get<unsigned short>();
+    const CEvent event = m_pTool->WaitForEvent("listening");
+    m_wPort = event.IsNull() ? static_cast<unsigned short>(0) : event["port"].As<unsigned short>();
 }
 
 std::vector<std::string> CServedFolder::List() const

@@ -59,9 +59,9 @@ TEST_F(SubmitTool, FolderArrivesWhole)
     EXPECT_EQ(ReadFile(served.GetPath("src/sub/big")), Pattern(65536));
     served.Tool().WaitForEvent("disconnected");
     std::string strOrder;
-    for (const nlohmann::json& event : served.Tool().GetEvents())
+    for (const CEvent& event : served.Tool().GetEvents())
     {
-        const std::string strEvent = event["event"];
+        const std::string strEvent = event["event"].As<std::string>();
         strOrder += strEvent == "folder" ? "d" : strEvent == "upload" ? "f" : "";
     }
     EXPECT_EQ(strOrder, "dddfff");
@@ -87,10 +87,10 @@ TEST_F(SubmitTool, JsonLinesTellTheSame)
     tool.WaitForEvent("connected");
     EXPECT_EQ(tool.WaitForEvent("folder")["path"], "src");
     EXPECT_EQ(tool.WaitForEvent("sent")["path"], "src/a.txt");
-    const nlohmann::json big = tool.WaitForEvent("sent");
+    const CEvent big = tool.WaitForEvent("sent");
     EXPECT_EQ(big["path"], "src/sub/big");
     EXPECT_EQ(big["bytes"], 65536);
-    const nlohmann::json summary = tool.WaitForEvent("summary");
+    const CEvent summary = tool.WaitForEvent("summary");
     EXPECT_EQ(summary["files"], 3);
     EXPECT_EQ(summary["folders"], 3);
     EXPECT_EQ(summary["failed"], 0);

@@ -160,9 +160,9 @@ TEST_F(SlowDownload, JsonSaysStalled)
 {
     Start({"--json"}, 0);
     Send(500);
-    nlohmann::json event = m_pTool->WaitForEvent("progress");
+    CEvent event = m_pTool->WaitForEvent("progress");
     EXPECT_EQ(event["stalled"], false);
-    while (!event.is_null() && event["stalled"] == false)
+    while (!event.IsNull() && event["stalled"] == false)
     {
         event = m_pTool->WaitForEvent("progress");
     }

@@ -304,27 +304,27 @@ std::vector<std::string> CToolProcess::GetLines() const
     return listLines;
 }
 
-std::vector<nlohmann::json> CToolProcess::GetEvents() const
+std::vector<CEvent> CToolProcess::GetEvents() const
 {
-    std::vector<nlohmann::json> listEvents;
+    std::vector<CEvent> listEvents;
     for (const std::string& strLine : GetLines())
     {
-        listEvents.push_back(nlohmann::json::parse(strLine, nullptr, false));
-        EXPECT_FALSE(listEvents.back().is_discarded()) << "no JSON: " << strLine;
+        listEvents.push_back(CEvent::Parse(strLine));
+        EXPECT_FALSE(listEvents.back().IsNull()) << "no JSON: " << strLine;
     }
     return listEvents;
 }
 
-nlohmann::json CToolProcess::WaitForEvent(const std::string& strEvent)
+CEvent CToolProcess::WaitForEvent(const std::string& strEvent)
 {
-    nlohmann::json result;
+    CEvent result;
     WaitUntil("the event \"" + strEvent + "\"",
               [&]
               {
-                  const std::vector<nlohmann::json> listEvents = GetEvents();
+                  const std::vector<CEvent> listEvents = GetEvents();
                   for (; m_nEventsTaken < listEvents.size(); ++m_nEventsTaken)
                   {
-                      if (listEvents[m_nEventsTaken].value("event", "") == strEvent)
+                      if (listEvents[m_nEventsTaken]["event"] == strEvent)
                       {
                           result = listEvents[m_nEventsTaken++];
                           return true;

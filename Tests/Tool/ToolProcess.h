@@ -4,9 +4,10 @@
 #include <sys/types.h>
 
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+#include "Event.h"
 
 // While it lives, a tool that is started may end with threads that nobody has joined: an end at
 // once joins none. The thread sanitizer would call them leaked, and let them run on for a second.
@@ -67,7 +68,7 @@ public:
 
     // Waits for a JSON line of that event, after those that were taken already; null when none
     // comes.
-    nlohmann::json WaitForEvent(const std::string& strEvent);
+    CEvent WaitForEvent(const std::string& strEvent);
 
     const std::string& GetOutput() const
     {
@@ -80,7 +81,7 @@ public:
     // The whole lines of the output.
     std::vector<std::string> GetLines() const;
     // The output as JSON; fails the test for a line that is none.
-    std::vector<nlohmann::json> GetEvents() const;
+    std::vector<CEvent> GetEvents() const;
 
     // Types on its terminal: "\x13" (Ctrl-S) stops the output.
     void Type(const std::string& strKeys) const;

@@ -185,7 +185,7 @@ TEST_F(VerifyTool, BitThatFlippedOnTheServersDiskIsNamedAndGives24)
     EXPECT_EQ(run.m_nExitCode, 24);
     EXPECT_EQ(run.m_strErrors, "osprey: src/sub/big: SHA-256 differs\n");
     EXPECT_FALSE(FileExists(Out("big")));
-    EXPECT_EQ(nlohmann::json::parse(run.m_listLines.back())["not_verified"], 1);
+    EXPECT_EQ(CEvent::Parse(run.m_listLines.back())["not_verified"], 1);
 }
 
 TEST_F(VerifyTool, BitThatFlippedInTheListIsNamedAndGives24)

@@ -52,11 +52,11 @@ protected:
     static CNames PathsOf(CToolProcess& tool, const char* pszEvent)
     {
         CNames listPaths;
-        for (const nlohmann::json& event : tool.GetEvents())
+        for (const CEvent& event : tool.GetEvents())
         {
             if (event["event"] == pszEvent)
             {
-                listPaths.push_back(event["path"]);
+                listPaths.push_back(event["path"].As<std::string>());
             }
         }
         return listPaths;
@@ -239,7 +239,7 @@ TEST_F(WatchTool, ServerThatWasKilledGetsTheRestOnceItIsBack)
     listFirst.push_back("0");
     auto pServer = std::make_unique<CToolProcess>(listFirst);
     const std::string strPort =
-        std::to_string(pServer->WaitForEvent("listening")["port"].get<int>());
+        std::to_string(pServer->WaitForEvent("listening")["port"].As<int>());
     const auto pTool = Watch("127.0.0.1:" + strPort);
     for (int i = 0; i < 10; ++i)
     {
