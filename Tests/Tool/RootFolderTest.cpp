@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
@@ -117,6 +118,41 @@ TEST_P(RootFolder, FoldersAreNotMadeBelowAFileOrALink)
     EXPECT_EQ(MakeFault("up"), ELOOP);
     EXPECT_TRUE(m_listCreated.empty());
     EXPECT_FALSE(FileExists(m_folder.GetPath("x")));
+}
+
+TEST_P(RootFolder, EachFileIsVisitedOnceAndLinksAreNotFollowed)
+{
+    ASSERT_EQ(mkfifo(m_folder.GetPath("root/a/b/fifo").c_str(), 0600), 0);
+    std::vector<std::string> listNames;
+    m_root.ForEachFile(
+        [&](const CDescriptor& folder, const std::string& strName)
+        {
+            EXPECT_NE(KindAt(folder, strName), KIND_MISSING) << strName;
+            listNames.push_back(strName);
+        });
+    std::sort(listNames.begin(), listNames.end());
+    EXPECT_EQ(listNames, (std::vector<std::string>{"fd", "fifo", "file", "up"}));
+}
+
+TEST_P(RootFolder, FoldersThatVanishMeanwhileEndNoVisit)
+{
+    for (int i = 0; i < 20; ++i)
+    {
+        fs::create_directories(m_folder.GetPath("root/gone/" + std::to_string(i)));
+        m_folder.WriteFile("root/gone/" + std::to_string(i) + "/deep", "");
+    }
+    m_folder.WriteFile("root/gone/first", "");
+    size_t nDeep = 0;
+    size_t nFiles = 0;
+    m_root.ForEachFile(
+        [&](const CDescriptor&, const std::string& strName)
+        {
+            nDeep += strName == "deep" ? 1 : 0;
+            nFiles += strName == "file" ? 1 : 0;
+            fs::remove_all(m_folder.GetPath("root/gone"));
+        });
+    EXPECT_EQ(nFiles, 1U) << "what stands beside it";
+    EXPECT_LE(nDeep, 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Methods, RootFolder,

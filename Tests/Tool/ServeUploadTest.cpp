@@ -1,11 +1,14 @@
 // What becomes of uploads that end in every way, at the real server.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 
+#include "Descriptor.h"
 #include "Hex.h"
 #include "ServedFolder.h"
 #include "WireRecords.h"
@@ -323,4 +326,83 @@ TEST_F(ServeUpload, FolderThatIsMovedMeanwhileTakesItsUploadsAlong)
     Block(peer, 2, "def");
     EXPECT_EQ(Contents("moved/f"), "abcdef");
     EXPECT_FALSE(FileExists(m_served.Around().GetPath("f")));
+}
+
+TEST_F(ServeUpload, FileWhoseNameAFolderTookMeanwhileIsNotTakenForStored)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 6, u"f");
+    Block(peer, 2, "abc");
+    fs::create_directory(m_served.GetPath("f"));
+    peer.Send(Wire::Upfb(2, 0, "def"));
+    const CEvent event = m_served.Tool().WaitForEvent("failed");
+    EXPECT_EQ(event["name"], "f");
+    EXPECT_EQ(event["reason"], "Is a directory, kept as f.osprey-partial");
+    // The peer learns of it before it has sent the block that ends the file.
+    peer.ReceiveToEnd();
+    EXPECT_EQ(m_served.List(), (CNames{"f.osprey-partial", "f/"}));
+    EXPECT_EQ(Contents("f.osprey-partial"), "abcdef");
+}
+
+namespace
+{
+
+// A process that has the file locked, as one that is writing it.
+CDescriptor Lock(const std::string& strPath)
+{
+    CDescriptor file(open(strPath.c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(flock(file.Get(), LOCK_EX | LOCK_NB), 0);
+    return file;
+}
+
+CNames ServeAndList(const std::string& strRoot, const std::vector<std::string>& listOptions)
+{
+    std::vector<std::string> listArguments = {"serve", "--root", strRoot, "--port", "0", "--json"};
+    listArguments.insert(listArguments.end(), listOptions.begin(), listOptions.end());
+    CToolProcess tool(listArguments);
+    EXPECT_FALSE(tool.WaitForEvent("listening").IsNull());
+    return ListFolder(strRoot);
+}
+
+}  // namespace
+
+TEST_F(ServeUpload, WhatAKilledServerLeavesIsRemovedByTheNextOne)
+{
+    const std::string strRoot = m_served.GetRoot();
+    {
+        CRawSocket peer = m_served.Connect();
+        Begin(peer, 2, 100, u"kept");
+        Block(peer, 2, "123");
+        peer.Reset();
+        EXPECT_FALSE(m_served.Tool().WaitForEvent("incomplete").IsNull());
+    }
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 100, u"dir/f");
+    Block(peer, 2, "123");
+    Begin(peer, 3, 100, u"kept", ~0ULL);
+    ASSERT_EQ(m_served.List().size(), 3U) << "the folder, and two files under construction";
+    m_served.Tool().Signal(SIGKILL);
+    m_served.Tool().Wait();
+    const CNames listLeft = m_served.List();
+    EXPECT_EQ(listLeft.size(), 3U);
+    EXPECT_EQ(ServeAndList(strRoot, {"--read-only"}), listLeft) << "there is nothing to write";
+    EXPECT_EQ(ServeAndList(strRoot, {"--max-total", "1000"}), CNames{"dir/"});
+}
+
+TEST_F(ServeUpload, WhatOthersAreWritingStaysWhenAServerStarts)
+{
+    m_served.Around().WriteFile("root/.osprey-0123456789abcdef.part", "dead");
+    m_served.Around().WriteFile("root/.osprey-0123456789abcdee.part", "alive");
+    m_served.Around().WriteFile("root/.osprey-0123456789abcdef.journal", "notes of a download");
+    m_served.Around().WriteFile("root/f.part", "not of this program");
+    const CDescriptor locked = Lock(m_served.GetPath(".osprey-0123456789abcdee.part"));
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 6, u"whole");
+    Block(peer, 2, "abc");
+    const CNames listNames = ServeAndList(m_served.GetRoot(), {});
+    EXPECT_EQ(listNames.size(), 4U) << "all but the dead one";
+    Block(peer, 2, "def");
+    EXPECT_EQ(m_served.List(), (CNames{".osprey-0123456789abcdee.part",
+                                       ".osprey-0123456789abcdef.journal", "f.part", "whole"}));
+    EXPECT_EQ(Contents("whole"), "abcdef");
 }

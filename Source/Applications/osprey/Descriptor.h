@@ -37,6 +37,11 @@ public:
     {
         return m_nDescriptor;
     }
+    // Gives it away: the caller closes it.
+    int Release()
+    {
+        return std::exchange(m_nDescriptor, -1);
+    }
     // Keeps errno.
     void Close()
     {

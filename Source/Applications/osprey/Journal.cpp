@@ -300,7 +300,7 @@ size_t CJournal::Lines() const
 bool CJournal::Rewrite()
 {
     std::string strTemp;
-    const int nNew = CreateLockedTemp(FolderOf(m_strPath), 0600, strTemp);
+    const int nNew = CreateTemp(FolderOf(m_strPath), 0600, strTemp);
     if (nNew < 0)
     {
         return false;

@@ -105,7 +105,7 @@ bool CReception::Prepare()
     {
         return false;
     }
-    m_nTemp = CreateLockedTemp(FolderOf(m_strTarget), bReplaces ? old.st_mode : 0, m_strTemp);
+    m_nTemp = CreateTemp(FolderOf(m_strTarget), bReplaces ? old.st_mode : 0, m_strTemp);
     if (m_nTemp < 0)
     {
         const int nError = errno;

@@ -25,7 +25,7 @@ struct CDownloadEntry
 // Until then, and after any failure, what stands at the target stays as it was.
 //
 // Ownership: owns the file under construction, and removes it unless it got its name. It is locked
-//            meanwhile: see CreateLockedTemp.
+//            meanwhile: see CreateTemp.
 class CReception final : public ITransfer
 {
 public:

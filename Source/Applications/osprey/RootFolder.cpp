@@ -1,5 +1,6 @@
 #include "RootFolder.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <stdlib.h>
@@ -156,6 +157,31 @@ CDescriptor CRootFolder::MakeFolder(const std::string& strPath,
         folder = std::move(next);
     }
     return folder;
+}
+
+void CRootFolder::ForEachFile(const CVisit& fn) const
+{
+    std::vector<std::string> listFolders = {"."};
+    while (!listFolders.empty())
+    {
+        const std::string strFolder = std::move(listFolders.back());
+        listFolders.pop_back();
+        const CDescriptor folder = Find(strFolder);
+        const std::unique_ptr<DIR, int (*)(DIR*)> pEntries(opendir(folder.Path().c_str()),
+                                                           closedir);
+        while (const dirent* pEntry = pEntries ? readdir(pEntries.get()) : nullptr)
+        {
+            const std::string strName = pEntry->d_name;
+            if (KindAt(folder, strName) != KIND_FOLDER)
+            {
+                fn(folder, strName);
+            }
+            else if (strName != "." && strName != "..")
+            {
+                listFolders.push_back(JoinInside(strFolder, strName));
+            }
+        }
+    }
 }
 
 std::string JoinInside(const std::string& strFolder, const std::string& strName)

@@ -1,6 +1,7 @@
 #ifndef OSPREY_TOOL_ROOTFOLDER_H
 #define OSPREY_TOOL_ROOTFOLDER_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,12 @@ public:
     // The folder at a path, with those missing on the way created. Adds the paths of what it
     // created, from the top down. Invalid with errno; what was created stays.
     CDescriptor MakeFolder(const std::string& strPath, std::vector<std::string>& listCreated) const;
+
+    // Calls fn for each name in the folder and below it that is no folder, with the folder that it
+    // stands in, in no order. What vanishes meanwhile or may not be read is passed over. fn may
+    // remove what it is called for.
+    using CVisit = std::function<void(const CDescriptor& folder, const std::string& strName)>;
+    void ForEachFile(const CVisit& fn) const;
 
 private:
     CDescriptor FindBeneath(const std::string& strPath) const;

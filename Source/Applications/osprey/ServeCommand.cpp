@@ -11,6 +11,7 @@
 #include "ServerRun.h"
 #include "ServiceNotice.h"
 #include "Signals.h"
+#include "TempFile.h"
 #include "Text.h"
 
 int RunServe(const COptions& options, COutput& output)
@@ -39,6 +40,12 @@ int RunServe(const COptions& options, COutput& output)
     // All that the process needs is open by now; threads that begin later are confined with it.
     const bool bSandbox = ConfineTo(root.Root(), options.m_bReadOnly);
     signals.ForceWhenStuck();
+    if (!options.m_bReadOnly)
+    {
+        // What runs left behind that were killed.
+        root.ForEachFile([](const CDescriptor& folder, const std::string& strName)
+                         { RemoveDeadTemp(folder.Get(), strName); });
+    }
     quota.Count(root);
     CServeHost host(root, events, transfers, options.m_bReadOnly);
     CConnectionGate gate(options.m_admission, events);

@@ -1,10 +1,10 @@
 #include "ServeQuota.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <limits>
+#include <fcntl.h>
+#include <sys/stat.h>
 
-namespace fs = std::filesystem;
+#include <algorithm>
+#include <limits>
 
 void CServeQuota::Count(const CRootFolder& root)
 {
@@ -13,19 +13,18 @@ void CServeQuota::Count(const CRootFolder& root)
     {
         return;
     }
-    std::error_code error;
-    auto it = fs::recursive_directory_iterator(
-        root.Path(), fs::directory_options::skip_permission_denied, error);
-    while (!error && it != fs::recursive_directory_iterator())
-    {
-        std::error_code gone;
-        if (!it->is_symlink(gone) && it->is_regular_file(gone))
+    root.ForEachFile(
+        [this](const CDescriptor& folder, const std::string& strName)
         {
-            const auto size = it->file_size(gone);
-            Add(gone ? 0 : size);
-        }
-        it.increment(error);
-    }
+            struct stat info
+            {
+            };
+            if (fstatat(folder.Get(), strName.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISREG(info.st_mode))
+            {
+                Add(static_cast<Orb_U64>(info.st_size));
+            }
+        });
 }
 
 const char* CServeQuota::Fault(Orb_U64 ullCounted, Orb_U64 ullSize) const

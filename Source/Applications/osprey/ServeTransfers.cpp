@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 
 #include "TempFile.h"
 
@@ -43,8 +44,8 @@ bool CServeTransfers::FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSiz
     return true;
 }
 
-// The files that this process has open. False when the system does not tell.
-bool CServeTransfers::OpenFiles(std::set<CFileId>& setFiles) const
+// False when the system does not tell.
+bool CServeTransfers::CountOpen(COpenFiles& mapOpen) const
 {
     if (m_pOpenFiles == nullptr)
     {
@@ -58,10 +59,17 @@ bool CServeTransfers::OpenFiles(std::set<CFileId>& setFiles) const
         };
         if (fstatat(dirfd(m_pOpenFiles.get()), pEntry->d_name, &info, 0) == 0)
         {
-            setFiles.emplace(info.st_dev, info.st_ino);
+            ++mapOpen[CFileId(info.st_dev, info.st_ino)];
         }
     }
     return true;
+}
+
+// An upload that only the transfer itself has open.
+bool CServeTransfers::IsOver(const CTransfer& transfer, const COpenFiles& mapOpen)
+{
+    const auto it = mapOpen.find(transfer.m_idFile);
+    return transfer.m_bUpload && (it == mapOpen.end() || it->second < 2);
 }
 
 std::string CServeTransfers::Hold(CDescriptor&& descriptor)
@@ -117,6 +125,19 @@ CServeTransfers::CMap::iterator CServeTransfers::OneTooMany()
 void CServeTransfers::OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext)
 {
     ReleaseHeld();
+    try
+    {
+        Advance(ullDone, ullTotal, ullContext);
+    }
+    catch (const std::exception&)
+    {
+        // No memory: its peer must not take for stored what may not be.
+        m_pServer->TerminateTask(m_pServer->GetCallbackTask());
+    }
+}
+
+void CServeTransfers::Advance(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext)
+{
     const auto it = m_mapTransfers.find(ullContext);
     if (it == m_mapTransfers.end())
     {
@@ -164,13 +185,12 @@ void CServeTransfers::EndTransfer(CMap::iterator it)
 
 bool CServeTransfers::Discard(const CConnectionName& connection, const std::string& strShown)
 {
-    std::set<CFileId> setOpen;
-    const bool bKnown = OpenFiles(setOpen);
+    COpenFiles mapOpen;
+    static_cast<void>(CountOpen(mapOpen));
     for (auto it = m_mapTransfers.begin(); it != m_mapTransfers.end(); ++it)
     {
         CTransfer& transfer = it->second;
-        const bool bOpen = bKnown && setOpen.count(transfer.m_idFile) != 0;
-        if (transfer.m_bUpload && !transfer.m_bWhole && !bOpen && transfer.m_strShown == strShown &&
+        if (!transfer.m_bWhole && IsOver(transfer, mapOpen) && transfer.m_strShown == strShown &&
             transfer.m_connection == connection)
         {
             unlinkat(transfer.m_pFolder->Get(), transfer.m_strTemp.c_str(), 0);
@@ -214,16 +234,15 @@ void CServeTransfers::SweepUploads()
     {
         bUploads = bUploads || entry.second.m_bUpload;
     }
-    std::set<CFileId> setOpen;
-    if (!bUploads || !OpenFiles(setOpen))
+    COpenFiles mapOpen;
+    if (!bUploads || !CountOpen(mapOpen))
     {
         return;
     }
     for (auto it = m_mapTransfers.begin(); it != m_mapTransfers.end();)
     {
-        const bool bOver = it->second.m_bUpload && setOpen.count(it->second.m_idFile) == 0;
         const auto itThis = it++;
-        if (bOver)
+        if (IsOver(itThis->second, mapOpen))
         {
             Abandon(itThis->second);
             EndTransfer(itThis);

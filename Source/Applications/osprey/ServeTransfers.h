@@ -6,7 +6,6 @@
 #include <chrono>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -20,17 +19,18 @@
 // An upload is written beside its target, under a name of its own, and renamed to the target when
 // all announced bytes are there; so the target is the old file or the whole new one at any time:
 //
-//   Begin ---> DIR/.osprey-NNNN.tmp ---all bytes, or an empty last block---> DIR/NAME
+//   Begin ---> DIR/.osprey-NN.part ----all bytes, or an empty last block---> DIR/NAME
 //                      |
 //                      +--connection ended, server stopped--> DIR/NAME.osprey-partial (kept)
 //                      +--cancelled by its peer, nothing arrived--> removed
+//                      +--server killed--> removed by the next one, since nobody has it locked
 //
 // A peer that asks to continue an upload goes on with what is kept, or starts anew.
 //
 // Progress comes with the context value that BeginUpload and BeginDownload return; one object
 // serves all transfers, so it lives as long as the server needs it. The library does not tell when
-// a transfer is given up; that an upload is over shows in its file, which nobody in this process
-// has open any more.
+// a transfer is given up; that an upload is over shows in its file, which nothing else in this
+// process has open any more.
 //
 // An upload keeps the folder of its target open until it is over, so that it ends where it began,
 // whatever is renamed meanwhile; uploads to one folder share it.
@@ -103,6 +103,7 @@ public:
 
 private:
     using CFileId = std::pair<dev_t, ino_t>;
+    using COpenFiles = std::map<CFileId, unsigned int>;  // descriptors of this process, by file
     using CFolder = std::shared_ptr<const CDescriptor>;
 
     struct CTransfer
@@ -113,6 +114,7 @@ private:
         std::string m_strShown;
         std::string m_strName;  // uploads, as all that follows: of the target, in its folder
         std::string m_strTemp;  // the name there until it is whole
+        CDescriptor m_file;     // holds its lock
         CFolder m_pFolder;
         CFileId m_idFolder;
         CFileId m_idFile;
@@ -128,10 +130,11 @@ private:
     using CMap = std::map<Orb_U64, CTransfer>;
 
     Orb_U64 Add(CTransfer&& transfer);
+    void Advance(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext);
     CMap::iterator OneTooMany();
     const char* QuotaFault(const CRootFolder& root, const CUpload& upload) const;
     void ShareFolder(CTransfer& transfer, CDescriptor&& folder) const;
-    static Orb_U64 ContinuePartial(const CTransfer& transfer, Orb_U64 ullOffset, CDescriptor& file);
+    static Orb_U64 ContinuePartial(CTransfer& transfer, Orb_U64 ullOffset);
     void EndTransfer(CMap::iterator it);
     bool FinishUpload(CTransfer& transfer);
     bool CountArrived(CTransfer& transfer, Orb_U64 ullDone);
@@ -140,7 +143,8 @@ private:
     void Abandon(CTransfer& transfer);
     std::string Keep(const CTransfer& transfer);
     void SweepUploads();
-    bool OpenFiles(std::set<CFileId>& setFiles) const;
+    bool CountOpen(COpenFiles& mapOpen) const;
+    static bool IsOver(const CTransfer& transfer, const COpenFiles& mapOpen);
     static bool FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSize);
 
     CServeEvents& m_events;

@@ -89,18 +89,17 @@ Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder
         return 0;
     }
     ShareFolder(transfer, std::move(folder));
-    CDescriptor file;
-    if (!CreateTempFileAt(*transfer.m_pFolder, bReplaces ? old.st_mode : 0, transfer.m_strTemp,
-                          file))
+    if (!CreateTempAt(*transfer.m_pFolder, bReplaces ? old.st_mode : 0, transfer.m_strTemp,
+                      transfer.m_file))
     {
         return 0;
     }
-    transfer.m_ullDone = ContinuePartial(transfer, upload.m_ullOffset, file);
-    FileId(file, transfer.m_idFile, nullptr);
+    transfer.m_ullDone = ContinuePartial(transfer, upload.m_ullOffset);
+    FileId(transfer.m_file, transfer.m_idFile, nullptr);
     transfer.m_ullCounted = std::max(transfer.m_ullTotal, transfer.m_ullDone);
     m_quota.Subtract(upload.m_ullOffset == CONTINUE ? transfer.m_ullDone : 0);
     m_quota.Add(transfer.m_ullCounted);
-    strPath = Hold(std::move(file));
+    strPath = transfer.m_file.Path();
     return Add(std::move(transfer));
 }
 
@@ -119,8 +118,7 @@ void CServeTransfers::ShareFolder(CTransfer& transfer, CDescriptor&& folder) con
 }
 
 // Where the first block will be written. The library examines the file itself, by the same rule.
-Orb_U64 CServeTransfers::ContinuePartial(const CTransfer& transfer, Orb_U64 ullOffset,
-                                         CDescriptor& file)
+Orb_U64 CServeTransfers::ContinuePartial(CTransfer& transfer, Orb_U64 ullOffset)
 {
     if (ullOffset != CONTINUE)
     {
@@ -134,17 +132,18 @@ Orb_U64 CServeTransfers::ContinuePartial(const CTransfer& transfer, Orb_U64 ullO
     CDescriptor partial;
     if (!strPartial.empty())
     {
-        partial = CDescriptor(openat(nFolder, strPartial.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        partial = CDescriptor(
+            openat(nFolder, strPartial.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     }
     const bool bUsable =
         partial.IsValid() && fstat(partial.Get(), &info) == 0 && S_ISREG(info.st_mode) &&
-        static_cast<Orb_U64>(info.st_size) <= transfer.m_ullTotal &&
+        static_cast<Orb_U64>(info.st_size) <= transfer.m_ullTotal && LockTemp(partial.Get()) &&
         renameat(nFolder, strPartial.c_str(), nFolder, transfer.m_strTemp.c_str()) == 0;
     if (!bUsable)
     {
         return 0;
     }
-    file = std::move(partial);
+    transfer.m_file = std::move(partial);
     return static_cast<Orb_U64>(info.st_size);
 }
 
@@ -219,13 +218,11 @@ bool CServeTransfers::FinishUpload(CTransfer& transfer)
         m_quota.IsLimited() && RegularAt(*transfer.m_pFolder, transfer.m_strName, old);
     if (renameat(nFolder, transfer.m_strTemp.c_str(), nFolder, transfer.m_strName.c_str()) != 0)
     {
+        const std::string strReason = strerror(errno);
+        const std::string strKept = Keep(transfer);
         m_events.Failed("upload", transfer.m_connection, transfer.m_strShown,
-                        std::string(strerror(errno)) + ", kept as " +
-                            JoinInside(FolderOf(transfer.m_strShown), transfer.m_strTemp));
-        if (m_quota.IsLimited())
-        {
-            m_pServer->TerminateTask(transfer.m_lTask);  // nobody counts for it any more
-        }
+                        strReason + (strKept.empty() ? "" : ", kept as " + strKept));
+        m_pServer->TerminateTask(transfer.m_lTask);  // its peer must not take it for stored
         return false;
     }
     if (bReplaces)

@@ -16,11 +16,10 @@ namespace
 {
 
 const char TEMP_PREFIX[] = ".osprey-";
-const char TEMP_SUFFIX[] = ".tmp";
-const char LOCKED_SUFFIX[] = ".part";
+const char TEMP_SUFFIX[] = ".part";
 const int ATTEMPTS = 100;
 
-bool RandomName(const char* pszSuffix, std::string& strName)
+bool RandomName(std::string& strName)
 {
     unsigned long long ullRandom = 0;
     if (getrandom(&ullRandom, sizeof ullRandom, 0) != static_cast<ssize_t>(sizeof ullRandom))
@@ -29,35 +28,44 @@ bool RandomName(const char* pszSuffix, std::string& strName)
     }
     char szHex[24];
     snprintf(szHex, sizeof szHex, "%016llx", ullRandom);
-    strName = TEMP_PREFIX + std::string(szHex) + pszSuffix;
+    strName = TEMP_PREFIX + std::string(szHex) + TEMP_SUFFIX;
     return true;
 }
 
+// Another run may take it for a dead one's before it is locked, and remove it.
+bool LockNew(int nFile)
+{
+    struct stat info
+    {
+    };
+    return LockTemp(nFile) && fstat(nFile, &info) == 0 && info.st_nlink > 0;
+}
+
 // strFront: of the path, relative to the folder. -1 with errno.
-int CreateFile(int nFolder, const std::string& strFront, unsigned int nMode, const char* pszSuffix,
-               std::string& strPath)
+int CreateFile(int nFolder, const std::string& strFront, unsigned int nMode, std::string& strPath)
 {
     for (int i = 0; i < ATTEMPTS; ++i)
     {
         std::string strName;
-        if (!RandomName(pszSuffix, strName))
+        if (!RandomName(strName))
         {
             return -1;
         }
         strPath = strFront + strName;
-        const int nFile = openat(nFolder, strPath.c_str(),
-                                 O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-        if (nFile >= 0)
+        CDescriptor file(openat(nFolder, strPath.c_str(),
+                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+        if (file.IsValid() && LockNew(file.Get()))
         {
             // Best effort: a file system without modes still takes the content.
-            static_cast<void>(nMode != 0 && fchmod(nFile, nMode & 0777) != 0);
-            return nFile;
+            static_cast<void>(nMode != 0 && fchmod(file.Get(), nMode & 0777) != 0);
+            return file.Release();
         }
-        if (errno != EEXIST)
+        if (!file.IsValid() && errno != EEXIST)
         {
             return -1;
         }
     }
+    errno = EBUSY;
     return -1;
 }
 
@@ -69,72 +77,43 @@ bool EndsWith(const std::string& strText, const std::string& strEnd)
 
 }  // namespace
 
-bool CreateTempFile(const std::string& strFolder, unsigned int nMode, std::string& strPath)
+int CreateTemp(const std::string& strFolder, unsigned int nMode, std::string& strPath)
 {
-    const int nFile = CreateFile(AT_FDCWD, JoinPath(strFolder, ""), nMode, TEMP_SUFFIX, strPath);
-    if (nFile >= 0)
-    {
-        close(nFile);
-    }
-    return nFile >= 0;
+    return CreateFile(AT_FDCWD, JoinPath(strFolder, ""), nMode, strPath);
 }
 
-bool CreateTempFileAt(const CDescriptor& folder, unsigned int nMode, std::string& strName,
-                      CDescriptor& file)
+bool CreateTempAt(const CDescriptor& folder, unsigned int nMode, std::string& strName,
+                  CDescriptor& file)
 {
-    file = CDescriptor(CreateFile(folder.Get(), std::string(), nMode, TEMP_SUFFIX, strName));
+    file = CDescriptor(CreateFile(folder.Get(), std::string(), nMode, strName));
     return file.IsValid();
 }
 
-int CreateLockedTemp(const std::string& strFolder, unsigned int nMode, std::string& strPath)
+bool LockTemp(int nFile)
 {
-    const std::string strFront = JoinPath(strFolder, "");
-    for (int i = 0; i < ATTEMPTS; ++i)
+    return flock(nFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+void RemoveDeadTemp(int nFolder, const std::string& strName)
+{
+    if (!IsTempName(strName) || !EndsWith(strName, TEMP_SUFFIX))
     {
-        const int nFile = CreateFile(AT_FDCWD, strFront, nMode, LOCKED_SUFFIX, strPath);
-        if (nFile < 0)
-        {
-            return -1;
-        }
-        // Another run may have taken it for a dead one's before it was locked.
-        struct stat info
-        {
-        };
-        if ((flock(nFile, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) &&
-            fstat(nFile, &info) == 0 && info.st_nlink > 0)
-        {
-            return nFile;
-        }
-        close(nFile);
+        return;
     }
-    errno = EBUSY;
-    return -1;
+    const CDescriptor file(
+        openat(nFolder, strName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file.IsValid() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0)
+    {
+        unlinkat(nFolder, strName.c_str(), 0);
+    }
 }
 
 void RemoveDeadTemps(const std::string& strFolder)
 {
     const std::unique_ptr<DIR, int (*)(DIR*)> pFolder(opendir(strFolder.c_str()), closedir);
-    if (!pFolder)
+    while (const dirent* pEntry = pFolder ? readdir(pFolder.get()) : nullptr)
     {
-        return;
-    }
-    while (const dirent* pEntry = readdir(pFolder.get()))
-    {
-        const std::string strName = pEntry->d_name;
-        if (!IsTempName(strName) || !EndsWith(strName, LOCKED_SUFFIX))
-        {
-            continue;
-        }
-        const std::string strPath = JoinPath(strFolder, strName);
-        const int nFile = open(strPath.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-        if (nFile >= 0 && flock(nFile, LOCK_EX | LOCK_NB) == 0)
-        {
-            unlink(strPath.c_str());
-        }
-        if (nFile >= 0)
-        {
-            close(nFile);
-        }
+        RemoveDeadTemp(dirfd(pFolder.get()), pEntry->d_name);
     }
 }
 

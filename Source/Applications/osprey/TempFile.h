@@ -6,21 +6,25 @@
 #include "Descriptor.h"
 
 // Files under construction. They stand in the folder of their target, so that a rename completes
-// them, under names that nobody can foresee and no peer may use.
+// them, under names that nobody can foresee and no peer may use. Each is locked (flock(2)) for as
+// long as its maker has it open, so that others can tell what a dead process left behind.
 
-// Creates an empty file with a new name in a folder and stores its path. The mode is what a new
-// file gets, or nMode when that is not 0. False with errno.
-bool CreateTempFile(const std::string& strFolder, unsigned int nMode, std::string& strPath);
+// Creates an empty file with a new name in a folder, stores its path and returns its descriptor.
+// The mode is what a new file gets, or nMode when that is not 0. -1 with errno.
+int CreateTemp(const std::string& strFolder, unsigned int nMode, std::string& strPath);
 
-// The same in a folder that is open; stores the name, and the file.
-bool CreateTempFileAt(const CDescriptor& folder, unsigned int nMode, std::string& strName,
-                      CDescriptor& file);
+// The same in a folder that is open; stores the name, and the file. False with errno.
+bool CreateTempAt(const CDescriptor& folder, unsigned int nMode, std::string& strName,
+                  CDescriptor& file);
 
-// As CreateTempFile, but locked for as long as the descriptor that it returns is open, so that
-// others can tell what a dead process left behind. -1 with errno.
-int CreateLockedTemp(const std::string& strFolder, unsigned int nMode, std::string& strPath);
+// Locks a file that is about to get such a name. False when another run has it locked; a file
+// system without locks lets it pass.
+bool LockTemp(int nFile);
 
-// Removes the files of CreateLockedTemp in a folder whose makers are dead.
+// Removes a file under construction whose maker is dead; leaves any other, as others' files.
+void RemoveDeadTemp(int nFolder, const std::string& strName);
+
+// The same for all of a folder, but not for what stands below it.
 void RemoveDeadTemps(const std::string& strFolder);
 
 // A file name (one component) that is kept for files under construction, and for what the tool
