@@ -367,6 +367,8 @@ TEST_F(EventSchema, DescribesEveryLineOfEveryCommandAndNoneBesides)
         {
             m_lines.Add(listCommands[i], listLines[i]);
         }
+        CEventLog log(captured.Output(), CEventLog::STYLE_JSON);
+        m_lines.Add("serve", log.GapLine(7));
     }
     ExpectNoFaults(m_lines);
     EXPECT_EQ(m_lines.Unseen(), "");

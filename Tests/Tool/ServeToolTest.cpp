@@ -290,3 +290,49 @@ TEST(ServeTool, ReaderThatGoesAwayEndsItQuietly)
     EXPECT_EQ(served.Tool().Wait(), 0);
     EXPECT_EQ(served.Tool().GetErrors(), "");
 }
+
+namespace
+{
+
+// Lines of that event, and what "left_out" says of those that are missing.
+size_t CountTold(const CToolProcess& tool, const std::string& strEvent)
+{
+    size_t nTold = 0;
+    for (const CEvent& event : tool.GetEvents())
+    {
+        nTold += event["event"] == strEvent ? 1 : 0;
+        nTold += event["event"] == "left_out" ? event["lines"].As<size_t>() : 0;
+    }
+    return nTold;
+}
+
+}  // namespace
+
+// Its lines fill the pipe, then what may wait for the pipe.
+TEST(ServeTool, ReaderThatStallsHoldsUpNobodyAndLearnsWhatItMissed)
+{
+    CServedFolder served;
+    CRawSocket peer = served.Connect();
+    const std::u16string strName = u"../" + std::u16string(3000, u'x');
+    size_t nAsked = 0;
+    const auto fnAsk = [&]
+    {
+        peer.Send(Wire::Delt(2, strName));
+        EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+        ++nAsked;
+    };
+    while (nAsked < 800 && !HasFailure())
+    {
+        fnAsk();
+    }
+    CToolProcess& tool = served.Tool();
+    EXPECT_TRUE(tool.WaitUntil("the count of what is missing",
+                               [&]
+                               {
+                                   fnAsk();
+                                   return tool.GetOutput().find("left_out") != std::string::npos;
+                               }));
+    EXPECT_TRUE(tool.WaitUntil("each line or its count",
+                               [&] { return CountTold(tool, "refused") == nAsked; }));
+    EXPECT_EQ(served.Stop(), 0);
+}

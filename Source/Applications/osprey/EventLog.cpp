@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "Text.h"
+#include "Units.h"
 
 namespace
 {
@@ -32,6 +33,17 @@ void CEventLog::Write(const CJsonLine& json, const char* pszEvent, const std::st
     {
         m_output.Line(EventLine(pszEvent, strText));
     }
+}
+
+std::string CEventLog::GapLine(Orb_U64 ullLines) const
+{
+    if (m_eStyle == STYLE_JSON)
+    {
+        return CJsonLine("left_out").Number("lines", ullLines).ToString();
+    }
+    return m_eStyle == STYLE_QUIET
+               ? std::string()
+               : EventLine("left out", FormatCount(ullLines, "line") + " that nobody read in time");
 }
 
 CEventLog::EStyle EventStyle(const COptions& options)

@@ -30,6 +30,9 @@ public:
         return m_eStyle;
     }
 
+    // How lines that were left out are told, for COutputQueue.
+    std::string GapLine(Orb_U64 ullLines) const;
+
 private:
     COutput& m_output;
     const EStyle m_eStyle;

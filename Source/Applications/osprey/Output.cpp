@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "OutputQueue.h"
 #include "Text.h"
 
 namespace
@@ -125,15 +126,36 @@ void COutput::Write(const std::string& strText)
 
 void COutput::WriteLocked(const std::string& strText)
 {
-    if (m_bBroken || m_nOutput < 0)
+    if (!m_bBroken && m_nOutput >= 0 && !strText.empty())
     {
+        Pass(m_nOutput, strText);
+    }
+}
+
+void COutput::Pass(int nDescriptor, const std::string& strText)
+{
+    if (m_pQueue != nullptr)
+    {
+        m_pQueue->Put(nDescriptor, strText);
         return;
     }
-    const int nError = WriteAll(m_nOutput, strText);
-    if (nError != 0)
+    WriteNow(nDescriptor, strText);
+}
+
+void COutput::WriteNow(int nDescriptor, const std::string& strText)
+{
+    const int nError = WriteAll(nDescriptor, strText);
+    // Nobody is left to be told when standard error fails.
+    if (nError != 0 && nDescriptor != STDERR_FILENO)
     {
         ReportFailure(nError);
     }
+}
+
+void COutput::SetQueue(COutputQueue* pQueue)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_pQueue = pQueue;
 }
 
 void COutput::ReportFailure(int nError)
@@ -164,8 +186,7 @@ void COutput::Error(const std::string& strText)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     WriteLocked(TakeRows());
-    // Nobody is left to be told when this fails too.
-    static_cast<void>(WriteAll(STDERR_FILENO, "osprey: " + PlainText(strText) + "\n"));
+    Pass(STDERR_FILENO, "osprey: " + PlainText(strText) + "\n");
 }
 
 void COutput::EndWithReader()
@@ -199,7 +220,8 @@ void COutput::Draw(const std::vector<std::string>& listRows)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     // A terminal that was stopped must not stop what the rows tell of.
-    if (!IsWritable(m_nOutput, 0))
+    const bool bBehind = m_pQueue != nullptr && !m_pQueue->IsEmpty();
+    if (bBehind || !IsWritable(m_nOutput, 0))
     {
         return;
     }

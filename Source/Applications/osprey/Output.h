@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "LibOsprey.h"
+
+class COutputQueue;
+
 // What the tool says. The library prints trace lines to standard output, so the tool keeps the
 // descriptor that it was started with for itself and gives the library another one.
 //
@@ -50,6 +54,16 @@ public:
     // closes it. Lines go to standard error from then on.
     int GiveAway();
 
+    // From now on what is said goes through the queue; null: no longer.
+    void SetQueue(COutputQueue* pQueue);
+
+    // For the queue: where lines go, and to write at once, waiting for as long as it takes.
+    int Descriptor() const
+    {
+        return m_nOutput;
+    }
+    void WriteNow(int nDescriptor, const std::string& strText);
+
     // Rows that stand below the lines of a terminal: these replace the last ones. Lines and errors
     // take them off. None is drawn that the terminal has no row for, and none at all while the
     // terminal takes nothing.
@@ -71,6 +85,7 @@ public:
 private:
     void ReportFailure(int nError);
     void WriteLocked(const std::string& strText);
+    void Pass(int nDescriptor, const std::string& strText);
     int WriteAll(int nDescriptor, const std::string& strText);
     bool WaitUntilWritable(int nDescriptor);
     std::string TakeRows();
@@ -79,6 +94,7 @@ private:
 
     int m_nOutput = -1;
     std::mutex m_mutex;
+    COutputQueue* m_pQueue = nullptr;  // under m_mutex
     std::atomic<bool> m_bBroken{false};
     std::atomic<bool> m_bEndWithReader{false};
     std::atomic<bool> m_bFailureTold{false};

@@ -14,8 +14,10 @@
 #include "AppearedFiles.h"
 #include "ClientRun.h"
 #include "Digest.h"
+#include "EventLog.h"
 #include "FolderWatch.h"
 #include "JsonLine.h"
+#include "OutputQueue.h"
 #include "Signals.h"
 #include "Submission.h"
 #include "TempFile.h"
@@ -151,6 +153,8 @@ int CWatchRun::Loop()
 {
     const CSignals signals;
     m_output.EndWithReader();
+    const CEventLog log(m_output, EventStyle(m_options));
+    const COutputQueue queue(m_output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     while (true)
     {
         m_files.Add(m_watch.TakeFiles(), NowMs());

@@ -1,0 +1,53 @@
+#ifndef OSPREY_TOOL_OUTPUTQUEUE_H
+#define OSPREY_TOOL_OUTPUTQUEUE_H
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "Output.h"
+
+// Lets what is said wait for a thread of its own, for commands that run for years: a reader of the
+// output who stalls, a stopped terminal say, holds up nobody.
+//
+// While it lives, what the output is told to write goes through it. A mebibyte waits at most; then
+// whole lines are left out and counted, until half of it has been read, and one line tells of them.
+//
+// Thread: construct where signals are blocked already, and destroy on the same thread; Put: any.
+class COutputQueue final
+{
+public:
+    // The line, without its end, that tells how many were left out; empty: none.
+    using CGapLine = std::function<std::string(Orb_U64 ullLines)>;
+
+    // output must outlive this object. Throws std::system_error.
+    COutputQueue(COutput& output, CGapLine fnGap);
+    // What waits is written before, as far as the output takes it.
+    ~COutputQueue();
+    COutputQueue(const COutputQueue&) = delete;
+    COutputQueue& operator=(const COutputQueue&) = delete;
+
+    void Put(int nDescriptor, const std::string& strText);
+    bool IsEmpty() const;
+
+private:
+    void Append(int nDescriptor, const std::string& strText);
+    void TellGap();
+    void Run();
+
+    COutput& m_output;
+    const CGapLine m_fnGap;
+    mutable std::mutex m_mutex;  // of what follows, but the thread
+    std::condition_variable m_changed;
+    std::deque<std::pair<int, std::string>> m_listWaiting;  // the first is being written
+    size_t m_nBytes = 0;
+    Orb_U64 m_ullLeftOut = 0;
+    bool m_bEnd = false;
+    std::thread m_thread;
+};
+
+#endif
