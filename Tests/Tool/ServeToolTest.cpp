@@ -336,3 +336,17 @@ TEST(ServeTool, ReaderThatStallsHoldsUpNobodyAndLearnsWhatItMissed)
                                [&] { return CountTold(tool, "refused") == nAsked; }));
     EXPECT_EQ(served.Stop(), 0);
 }
+
+TEST(ServeTool, ReaderThatGoesAwayWhileLinesWaitEndsItQuietlyToo)
+{
+    CServedFolder served;
+    CRawSocket peer = served.Connect();
+    for (int i = 0; i < 100; ++i)
+    {
+        peer.Send(Wire::Delt(2, u"../" + std::u16string(3000, u'x')));
+        EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    }
+    served.Tool().CloseOutput();
+    EXPECT_EQ(served.Tool().Wait(), 0);
+    EXPECT_EQ(served.Tool().GetErrors(), "");
+}

@@ -431,3 +431,17 @@ TEST_F(WatchTool, SignalEndsItWhileAFileIsOnItsWay)
     peer.Expect("UPFB");
     ExpectOrderlyEnd(*pTool, 0);
 }
+
+// Its lines fill the pipe more than once.
+TEST_F(WatchTool, ReaderThatStallsHoldsUpNoFile)
+{
+    CServedFolder served;
+    const size_t nFiles = 700;
+    for (size_t i = 0; i < nFiles; ++i)
+    {
+        Put(std::to_string(i) + std::string(150, 'n'), "x");
+    }
+    const std::unique_ptr<CToolProcess> pTool = Watch(served.GetPeer());
+    WaitForUploads(served.Tool(), nFiles);
+    ExpectOrderlyEnd(*pTool, nFiles);
+}

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "OutputQueue.h"
 #include "Text.h"
 
 namespace
@@ -126,7 +125,7 @@ void COutput::Write(const std::string& strText)
 
 void COutput::WriteLocked(const std::string& strText)
 {
-    if (!m_bBroken && m_nOutput >= 0 && !strText.empty())
+    if (m_nOutput >= 0 && !strText.empty())
     {
         Pass(m_nOutput, strText);
     }
@@ -144,26 +143,39 @@ void COutput::Pass(int nDescriptor, const std::string& strText)
 
 void COutput::WriteNow(int nDescriptor, const std::string& strText)
 {
-    const int nError = WriteAll(nDescriptor, strText);
+    const bool bError = nDescriptor == STDERR_FILENO;
+    const int nError = m_bBroken && !bError ? 0 : WriteAll(nDescriptor, strText);
     // Nobody is left to be told when standard error fails.
-    if (nError != 0 && nDescriptor != STDERR_FILENO)
+    if (nError != 0 && !bError)
     {
         ReportFailure(nError);
     }
 }
 
-void COutput::SetQueue(COutputQueue* pQueue)
+void COutput::BeginQueue(COutputQueue::CGapLine fnGap)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_pQueue = pQueue;
+    m_pQueue = std::make_unique<COutputQueue>(
+        m_nOutput,
+        [this](int nDescriptor, const std::string& strText) { WriteNow(nDescriptor, strText); },
+        std::move(fnGap));
+}
+
+void COutput::EndQueue()
+{
+    std::unique_ptr<COutputQueue> pQueue;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        pQueue.swap(m_pQueue);
+    }
 }
 
 void COutput::ReportFailure(int nError)
 {
     if (nError == EPIPE)
     {
-        m_bBroken = true;
-        if (m_bEndWithReader)
+        // Once: a second signal would not wait for an orderly end.
+        if (!m_bBroken.exchange(true) && m_bEndWithReader)
         {
             kill(getpid(), SIGTERM);
         }

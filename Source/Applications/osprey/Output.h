@@ -2,13 +2,13 @@
 #define OSPREY_TOOL_OUTPUT_H
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "LibOsprey.h"
-
-class COutputQueue;
+#include "OutputQueue.h"
 
 // What the tool says. The library prints trace lines to standard output, so the tool keeps the
 // descriptor that it was started with for itself and gives the library another one.
@@ -54,15 +54,10 @@ public:
     // closes it. Lines go to standard error from then on.
     int GiveAway();
 
-    // From now on what is said goes through the queue; null: no longer.
-    void SetQueue(COutputQueue* pQueue);
-
-    // For the queue: where lines go, and to write at once, waiting for as long as it takes.
-    int Descriptor() const
-    {
-        return m_nOutput;
-    }
-    void WriteNow(int nDescriptor, const std::string& strText);
+    // From now on nothing that is said waits for whoever reads it, until EndQueue, which writes
+    // what is left, for as long as it takes unless the end was asked for. See CQueuedOutput.
+    void BeginQueue(COutputQueue::CGapLine fnGap);
+    void EndQueue();
 
     // Rows that stand below the lines of a terminal: these replace the last ones. Lines and errors
     // take them off. None is drawn that the terminal has no row for, and none at all while the
@@ -86,6 +81,7 @@ private:
     void ReportFailure(int nError);
     void WriteLocked(const std::string& strText);
     void Pass(int nDescriptor, const std::string& strText);
+    void WriteNow(int nDescriptor, const std::string& strText);
     int WriteAll(int nDescriptor, const std::string& strText);
     bool WaitUntilWritable(int nDescriptor);
     std::string TakeRows();
@@ -94,13 +90,32 @@ private:
 
     int m_nOutput = -1;
     std::mutex m_mutex;
-    COutputQueue* m_pQueue = nullptr;  // under m_mutex
+    std::unique_ptr<COutputQueue> m_pQueue;  // under m_mutex
     std::atomic<bool> m_bBroken{false};
     std::atomic<bool> m_bEndWithReader{false};
     std::atomic<bool> m_bFailureTold{false};
     std::atomic<bool> m_bEnding{false};
     std::atomic<bool> m_bStuck{false};    // took nothing for too long while ending
     std::vector<std::string> m_listRows;  // that stand on the terminal; under m_mutex
+};
+
+// Has an output queued while it lives.
+class CQueuedOutput final
+{
+public:
+    CQueuedOutput(COutput& output, COutputQueue::CGapLine fnGap) : m_output(output)
+    {
+        m_output.BeginQueue(std::move(fnGap));
+    }
+    ~CQueuedOutput()
+    {
+        m_output.EndQueue();
+    }
+    CQueuedOutput(const CQueuedOutput&) = delete;
+    CQueuedOutput& operator=(const CQueuedOutput&) = delete;
+
+private:
+    COutput& m_output;
 };
 
 #endif

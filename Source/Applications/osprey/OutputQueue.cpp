@@ -1,7 +1,5 @@
 #include "OutputQueue.h"
 
-#include <unistd.h>
-
 namespace
 {
 
@@ -9,15 +7,16 @@ const size_t MOST_BYTES = 1048576;
 
 }  // namespace
 
-COutputQueue::COutputQueue(COutput& output, CGapLine fnGap)
-    : m_output(output), m_fnGap(std::move(fnGap)), m_thread([this] { Run(); })
+COutputQueue::COutputQueue(int nOutput, CWrite fnWrite, CGapLine fnGap)
+    : m_nOutput(nOutput),
+      m_fnWrite(std::move(fnWrite)),
+      m_fnGap(std::move(fnGap)),
+      m_thread([this] { Run(); })
 {
-    m_output.SetQueue(this);
 }
 
 COutputQueue::~COutputQueue()
 {
-    m_output.SetQueue(nullptr);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         TellGap();
@@ -53,9 +52,9 @@ void COutputQueue::TellGap()
 {
     const std::string strLine = m_ullLeftOut == 0 ? std::string() : m_fnGap(m_ullLeftOut);
     m_ullLeftOut = 0;
-    if (!strLine.empty())
+    if (!strLine.empty() && m_nOutput >= 0)
     {
-        Append(m_output.Descriptor(), strLine + "\n");
+        Append(m_nOutput, strLine + "\n");
     }
 }
 
@@ -77,7 +76,7 @@ void COutputQueue::Run()
         }
         const auto& [nDescriptor, strText] = m_listWaiting.front();
         lock.unlock();
-        m_output.WriteNow(nDescriptor, strText);
+        m_fnWrite(nDescriptor, strText);
         lock.lock();
         m_nBytes -= strText.size();
         m_listWaiting.pop_front();

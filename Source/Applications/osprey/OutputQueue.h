@@ -9,24 +9,26 @@
 #include <thread>
 #include <utility>
 
-#include "Output.h"
+#include "LibOsprey.h"
 
-// Lets what is said wait for a thread of its own, for commands that run for years: a reader of the
-// output who stalls, a stopped terminal say, holds up nobody.
+// What is said waits for a thread of its own to write it, for commands that run for years: a reader
+// of the output who stalls, a stopped terminal say, holds up nobody.
 //
-// While it lives, what the output is told to write goes through it. A mebibyte waits at most; then
-// whole lines are left out and counted, until half of it has been read, and one line tells of them.
+// A mebibyte waits at most; then whole lines are left out and counted, until half of it has been
+// read, and one line tells of them.
 //
-// Thread: construct where signals are blocked already, and destroy on the same thread; Put: any.
+// Thread: construct where signals are blocked already; Put: any.
 class COutputQueue final
 {
 public:
+    // Writes, for as long as it takes; called on the queue's thread.
+    using CWrite = std::function<void(int nDescriptor, const std::string& strText)>;
     // The line, without its end, that tells how many were left out; empty: none.
     using CGapLine = std::function<std::string(Orb_U64 ullLines)>;
 
-    // output must outlive this object. Throws std::system_error.
-    COutputQueue(COutput& output, CGapLine fnGap);
-    // What waits is written before, as far as the output takes it.
+    // nOutput: where those lines go. Throws std::system_error.
+    COutputQueue(int nOutput, CWrite fnWrite, CGapLine fnGap);
+    // What waits is written before.
     ~COutputQueue();
     COutputQueue(const COutputQueue&) = delete;
     COutputQueue& operator=(const COutputQueue&) = delete;
@@ -39,7 +41,8 @@ private:
     void TellGap();
     void Run();
 
-    COutput& m_output;
+    const int m_nOutput;
+    const CWrite m_fnWrite;
     const CGapLine m_fnGap;
     mutable std::mutex m_mutex;  // of what follows, but the thread
     std::condition_variable m_changed;

@@ -2,7 +2,6 @@
 
 #include "ConnectionGate.h"
 #include "EventLog.h"
-#include "OutputQueue.h"
 #include "PublishPump.h"
 #include "RefusingHost.h"
 #include "ServeEvents.h"
@@ -22,7 +21,7 @@ int RunPublish(const COptions& options, COutput& output)
     const CSignals signals;
     signals.ForceWhenStuck();
     output.EndWithReader();
-    const COutputQueue queue(output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
+    const CQueuedOutput queued(output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     CServeEvents events(log);
     CRefusingHost host(events);
     CConnectionGate gate(options.m_admission, events);

@@ -2,7 +2,6 @@
 
 #include "ConnectionGate.h"
 #include "EventLog.h"
-#include "OutputQueue.h"
 #include "PublishPump.h"
 #include "RootFolder.h"
 #include "Sandbox.h"
@@ -35,7 +34,7 @@ int RunServe(const COptions& options, COutput& output)
     const CServiceNotice notice;
     const CSignals signals;
     output.EndWithReader();
-    const COutputQueue queue(output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
+    const CQueuedOutput queued(output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     CServeEvents events(log);
     CServeQuota quota(options.m_ullMaxFile, options.m_ullMaxTotal);
     CServeTransfers transfers(events, quota);

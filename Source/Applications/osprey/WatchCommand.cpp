@@ -17,7 +17,6 @@
 #include "EventLog.h"
 #include "FolderWatch.h"
 #include "JsonLine.h"
-#include "OutputQueue.h"
 #include "Signals.h"
 #include "Submission.h"
 #include "TempFile.h"
@@ -154,7 +153,8 @@ int CWatchRun::Loop()
     const CSignals signals;
     m_output.EndWithReader();
     const CEventLog log(m_output, EventStyle(m_options));
-    const COutputQueue queue(m_output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
+    const CQueuedOutput queued(m_output,
+                               [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     while (true)
     {
         m_files.Add(m_watch.TakeFiles(), NowMs());
@@ -169,6 +169,7 @@ int CWatchRun::Loop()
         if ((sources[0].revents & POLLIN) != 0)
         {
             signals.Wait();
+            m_output.LeaveRows();
             return EXIT_DONE;
         }
         std::string strReason;
