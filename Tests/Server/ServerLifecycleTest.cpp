@@ -151,6 +151,25 @@ TEST_F(ServerLifecycle, TerminateInsideACallbackWorksAndTheSecondIsFalse)
     EXPECT_EQ(nResults, 2);
 }
 
+TEST_F(ServerLifecycle, TerminatedInsideACallbackItIsNeitherAnsweredNorReadOn)
+{
+    std::atomic<int> nDeletions{0};
+    m_host.m_fnOnRequest = [&](const CRecordingHost::CRequest& request)
+    {
+        if (request.m_eRequest == KS_REQUEST_DELETE_TREE)
+        {
+            ++nDeletions;
+            EXPECT_TRUE(m_pServer->TerminateTask(GetTask()));
+        }
+    };
+    Start();
+    CRawSocket peer = Named(u"given up");
+    peer.Send(Wire::Delt(2, u"/nothing") + Wire::Delt(3, u"/nothing"));
+    EXPECT_EQ(peer.ReceiveToEnd(), "");
+    m_host.WaitForDisconnects(1);
+    EXPECT_EQ(nDeletions, 1);
+}
+
 // A host that holds its own lock in its callbacks and while it terminates must not deadlock.
 TEST_F(ServerLifecycle, TerminateFromAnotherThreadDoesNotWaitForTheWorker)
 {

@@ -170,8 +170,10 @@ public:
     virtual void Release() = 0;
 
     // Ends one connection. lTask is the address in KS_NAME_CONNECTION::pStream. Any thread; does
-    // not wait: the connection is detached on the worker's next pass, which starts at once. True
-    // when it was found alive, and for an unknown task; false when it is ending already.
+    // not wait: the connection is detached on the worker's next pass, which starts at once. Until
+    // then nothing that its peer asks for is answered, and nothing more is taken from it: inside a
+    // callback, what the callback is about fails at the peer. True when it was found alive, and for
+    // an unknown task; false when it is ending already.
     virtual Orb_BOOL TerminateTask(long lTask) = 0;
 
     // Stores a packet for everybody who reads dwChannel: dwSize bytes at pData, 0 to 1,500, copied.

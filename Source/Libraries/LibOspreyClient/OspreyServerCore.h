@@ -146,7 +146,7 @@ private:
     std::atomic<bool> m_bTerminateRequested{false};  // of some stream
     std::atomic<bool> m_bFlushRequested{false};
     std::atomic<bool> m_bEndRequested{false};
-    bool m_bEndingNow = false;                     // EndAllNow runs
+    std::atomic<bool> m_bEndingNow{false};         // EndAllNow runs
     IOspreyConnectionFilter* m_pFilter = nullptr;  // the host's
     COspreyServerStream* m_pCalledAbout = nullptr;
     CDLinkedList m_listWaitingHandlers;

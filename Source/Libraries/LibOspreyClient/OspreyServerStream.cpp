@@ -106,7 +106,8 @@ void COspreyServerStream::ProcessMorePackets(void* /*pParam*/)
 void COspreyServerStream::CutPackets()
 {
     const auto deadline = std::chrono::steady_clock::now() + TURN;
-    for (;;)
+    // What a host has asked to end is detached in the next pass; nothing is taken from it any more.
+    while (!m_bTerminateRequested)
     {
         if (m_listSend.GetSize() > HOLD_OFF_ABOVE)
         {

@@ -197,6 +197,13 @@ unsigned int CWXSPBrowserHandler::OnRequest(KS_REQUEST eRequest, void* pRecord)
 
 void CWXSPBrowserHandler::Send(CRequestIDSimpleTCPStreamBuffer* pBuffer)
 {
+    // A host that ends the connection from a callback means what the callback was about, too: its
+    // peer must not take for done what the host has given up.
+    if (m_pStream->IsTerminateRequested())
+    {
+        delete pBuffer;
+        return;
+    }
     m_buffersOut.Send(*m_pStream, pBuffer);
 }
 
