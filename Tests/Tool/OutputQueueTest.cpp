@@ -64,6 +64,25 @@ protected:
         return "missing: " + std::to_string(ullLines);
     }
 
+    // What is said goes through the queue while it lives.
+    class CQueued
+    {
+    public:
+        explicit CQueued(COutput& output) : m_output(output)
+        {
+            m_output.BeginQueue(Gap);
+        }
+        ~CQueued()
+        {
+            m_output.EndQueue();
+        }
+        CQueued(const CQueued&) = delete;
+        CQueued& operator=(const CQueued&) = delete;
+
+    private:
+        COutput& m_output;
+    };
+
     CDescriptor m_read;
     std::unique_ptr<COutput> m_pOutput = std::make_unique<COutput>();
 };
@@ -82,7 +101,7 @@ std::string Numbered(size_t nNumber)
 TEST_F(OutputQueue, KeepsTheOrderAndWritesAllBeforeItEnds)
 {
     {
-        const CQueuedOutput queued(*m_pOutput, Gap);
+        const CQueued queued(*m_pOutput);
         for (size_t i = 0; i < 50; ++i)
         {
             m_pOutput->Line(Numbered(i));
@@ -104,7 +123,7 @@ TEST_F(OutputQueue, LeavesOutWholeLinesAndTellsHowManyWhereTheyAreMissing)
     const size_t nPut = 3000;
     std::string strRead;
     {
-        const CQueuedOutput queued(*m_pOutput, Gap);
+        const CQueued queued(*m_pOutput);
         for (size_t i = 0; i < nPut; ++i)
         {
             m_pOutput->Line(Numbered(i));
@@ -141,7 +160,7 @@ TEST_F(OutputQueue, WhatIsMissingAtTheEndIsToldAtTheEnd)
     std::thread reader;
     std::string strRead;
     {
-        const CQueuedOutput queued(*m_pOutput, Gap);
+        const CQueued queued(*m_pOutput);
         for (size_t i = 0; i < nPut; ++i)
         {
             m_pOutput->Line(Numbered(i));
@@ -160,7 +179,7 @@ TEST_F(OutputQueue, EndThatWasAskedForDoesNotWaitForAStalledReader)
 {
     const auto begun = std::chrono::steady_clock::now();
     {
-        const CQueuedOutput queued(*m_pOutput, Gap);
+        const CQueued queued(*m_pOutput);
         for (size_t i = 0; i < 500; ++i)
         {
             m_pOutput->Line(Numbered(i));
@@ -170,4 +189,42 @@ TEST_F(OutputQueue, EndThatWasAskedForDoesNotWaitForAStalledReader)
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
     m_pOutput.reset();
     EXPECT_LE(Read(true).size(), 65536U) << "what the pipe holds";
+}
+
+// A pipe that is writable has room for a page.
+TEST_F(OutputQueue, EndThatWasAskedForDoesNotWaitForALongLineEither)
+{
+    {
+        const CQueued queued(*m_pOutput);
+        m_pOutput->Line(std::string(1000000, 'x'));
+        m_pOutput->LeaveRows();
+    }
+    m_pOutput.reset();
+    EXPECT_LE(Read(true).size(), 65536U);
+}
+
+// Errors have a way of their own.
+TEST_F(OutputQueue, ErrorsDoNotWaitForAReaderOfTheOutput)
+{
+    const CDescriptor before(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3));
+    int nEnds[2] = {-1, -1};
+    ASSERT_EQ(pipe2(nEnds, O_CLOEXEC), 0);
+    const CDescriptor errors(nEnds[0]);
+    dup2(nEnds[1], STDERR_FILENO);
+    close(nEnds[1]);
+    char szError[64] = "";
+    {
+        const CQueued queued(*m_pOutput);
+        for (size_t i = 0; i < 3000; ++i)
+        {
+            m_pOutput->Line(Numbered(i));
+        }
+        m_pOutput->Error("heard");
+        pollfd polled{errors.Get(), POLLIN, 0};
+        EXPECT_EQ(poll(&polled, 1, 10000), 1);
+        EXPECT_GT(read(errors.Get(), szError, sizeof szError - 1), 0);
+        m_pOutput->LeaveRows();
+    }
+    dup2(before.Get(), STDERR_FILENO);
+    EXPECT_STREQ(szError, "osprey: heard\n");
 }

@@ -291,6 +291,20 @@ TEST(ServeTool, ReaderThatGoesAwayEndsItQuietly)
     EXPECT_EQ(served.Tool().GetErrors(), "");
 }
 
+TEST(ServeTool, NamesOfAnyLengthAreToldInPart)
+{
+    CServedFolder served;
+    CRawSocket peer = served.ConnectUnnamed();
+    peer.Send(Wire::Namc(1, std::u16string(200, u'\u20AC')));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    EXPECT_EQ(served.Tool().WaitForEvent("connected")["connection"].As<std::string>().size(), 600U);
+    peer.Send(Wire::Delt(2, u"../" + std::u16string(20000, u'\u20AC')));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    const std::string strName = served.Tool().WaitForEvent("refused")["name"].As<std::string>();
+    EXPECT_EQ(strName.size(), 1023U + 3) << "whole characters of a kibibyte, and dots";
+    EXPECT_EQ(strName.substr(1020), "\xE2\x82\xAC...");
+}
+
 namespace
 {
 
@@ -321,7 +335,7 @@ TEST(ServeTool, ReaderThatStallsHoldsUpNobodyAndLearnsWhatItMissed)
         EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
         ++nAsked;
     };
-    while (nAsked < 800 && !HasFailure())
+    while (nAsked < 1500 && !HasFailure())
     {
         fnAsk();
     }
@@ -341,7 +355,7 @@ TEST(ServeTool, ReaderThatGoesAwayWhileLinesWaitEndsItQuietlyToo)
 {
     CServedFolder served;
     CRawSocket peer = served.Connect();
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 200; ++i)
     {
         peer.Send(Wire::Delt(2, u"../" + std::u16string(3000, u'x')));
         EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);

@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -49,6 +50,11 @@ void FillStandardDescriptors()
     }
 }
 
+std::string ErrorGapLine(Orb_U64 ullLines)
+{
+    return "osprey: " + std::to_string(ullLines) + " errors before this line were left out";
+}
+
 }  // namespace
 
 COutput::~COutput()
@@ -89,12 +95,13 @@ bool COutput::TraceTo(const std::string& strFile)
 // False when the rest is to be left out.
 bool COutput::WaitUntilWritable(int nDescriptor)
 {
-    for (int nLooks = 0; !IsWritable(nDescriptor, m_bStuck ? 0 : LOOK_MS);)
+    std::atomic<bool>& bStuck = m_abStuck[nDescriptor == STDERR_FILENO ? 1 : 0];
+    for (int nLooks = 0; !IsWritable(nDescriptor, bStuck ? 0 : LOOK_MS);)
     {
         nLooks += m_bEnding ? 1 : 0;
-        if (m_bStuck || nLooks >= ENDING_LOOKS)
+        if (bStuck || nLooks >= ENDING_LOOKS)
         {
-            m_bStuck = true;
+            bStuck = true;
             return false;
         }
     }
@@ -107,7 +114,9 @@ int COutput::WriteAll(int nDescriptor, const std::string& strText)
     size_t nDone = 0;
     while (nDone < strText.size() && WaitUntilWritable(nDescriptor))
     {
-        const ssize_t n = write(nDescriptor, strText.data() + nDone, strText.size() - nDone);
+        // A pipe that is writable takes so much at once, and may make more wait; pipe(7).
+        const size_t nPart = std::min<size_t>(strText.size() - nDone, PIPE_BUF);
+        const ssize_t n = write(nDescriptor, strText.data() + nDone, nPart);
         if (n < 0 && errno != EINTR && errno != EAGAIN)
         {
             return errno;
@@ -133,9 +142,10 @@ void COutput::WriteLocked(const std::string& strText)
 
 void COutput::Pass(int nDescriptor, const std::string& strText)
 {
-    if (m_pQueue != nullptr)
+    const auto& pQueue = nDescriptor == STDERR_FILENO && m_pErrors ? m_pErrors : m_pQueue;
+    if (pQueue != nullptr)
     {
-        m_pQueue->Put(nDescriptor, strText);
+        pQueue->Put(nDescriptor, strText);
         return;
     }
     WriteNow(nDescriptor, strText);
@@ -154,18 +164,24 @@ void COutput::WriteNow(int nDescriptor, const std::string& strText)
 
 void COutput::BeginQueue(COutputQueue::CGapLine fnGap)
 {
+    const COutputQueue::CWrite fnWrite = [this](int nDescriptor, const std::string& strText)
+    { WriteNow(nDescriptor, strText); };
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_pQueue = std::make_unique<COutputQueue>(
-        m_nOutput,
-        [this](int nDescriptor, const std::string& strText) { WriteNow(nDescriptor, strText); },
-        std::move(fnGap));
+    m_pQueue = std::make_unique<COutputQueue>(m_nOutput, fnWrite, std::move(fnGap));
+    // On a terminal, lines and errors keep their order among the rows.
+    if (isatty(m_nOutput) != 1)
+    {
+        m_pErrors = std::make_unique<COutputQueue>(STDERR_FILENO, fnWrite, ErrorGapLine);
+    }
 }
 
 void COutput::EndQueue()
 {
+    std::unique_ptr<COutputQueue> pErrors;
     std::unique_ptr<COutputQueue> pQueue;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        pErrors.swap(m_pErrors);
         pQueue.swap(m_pQueue);
     }
 }

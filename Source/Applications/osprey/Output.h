@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "OutputQueue.h"
+#include "Signals.h"
 
 // What the tool says. The library prints trace lines to standard output, so the tool keeps the
 // descriptor that it was started with for itself and gives the library another one.
@@ -90,25 +91,29 @@ private:
 
     int m_nOutput = -1;
     std::mutex m_mutex;
-    std::unique_ptr<COutputQueue> m_pQueue;  // under m_mutex
+    std::unique_ptr<COutputQueue> m_pQueue;   // of the output; under m_mutex
+    std::unique_ptr<COutputQueue> m_pErrors;  // likewise; null: errors wait with the rest
     std::atomic<bool> m_bBroken{false};
     std::atomic<bool> m_bEndWithReader{false};
     std::atomic<bool> m_bFailureTold{false};
     std::atomic<bool> m_bEnding{false};
-    std::atomic<bool> m_bStuck{false};    // took nothing for too long while ending
+    std::atomic<bool> m_abStuck[2] = {};  // output, errors: took nothing for too long while ending
     std::vector<std::string> m_listRows;  // that stand on the terminal; under m_mutex
 };
 
-// Has an output queued while it lives.
+// Has an output queued while it lives. However it ends, a signal then ends the wait for a reader
+// who stalls, and with it the process.
 class CQueuedOutput final
 {
 public:
-    CQueuedOutput(COutput& output, COutputQueue::CGapLine fnGap) : m_output(output)
+    CQueuedOutput(COutput& output, const CSignals& signals, COutputQueue::CGapLine fnGap)
+        : m_output(output), m_signals(signals)
     {
         m_output.BeginQueue(std::move(fnGap));
     }
     ~CQueuedOutput()
     {
+        m_signals.ForceOnNext([] {});
         m_output.EndQueue();
     }
     CQueuedOutput(const CQueuedOutput&) = delete;
@@ -116,6 +121,7 @@ public:
 
 private:
     COutput& m_output;
+    const CSignals& m_signals;
 };
 
 #endif

@@ -21,7 +21,8 @@ int RunPublish(const COptions& options, COutput& output)
     const CSignals signals;
     signals.ForceWhenStuck();
     output.EndWithReader();
-    const CQueuedOutput queued(output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
+    const CQueuedOutput queued(output, signals,
+                               [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     CServeEvents events(log);
     CRefusingHost host(events);
     CConnectionGate gate(options.m_admission, events);

@@ -34,7 +34,8 @@ int RunServe(const COptions& options, COutput& output)
     const CServiceNotice notice;
     const CSignals signals;
     output.EndWithReader();
-    const CQueuedOutput queued(output, [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
+    const CQueuedOutput queued(output, signals,
+                               [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     CServeEvents events(log);
     CServeQuota quota(options.m_ullMaxFile, options.m_ullMaxTotal);
     CServeTransfers transfers(events, quota);

@@ -6,9 +6,26 @@
 namespace
 {
 
+const size_t LONGEST_NAME = 1024;  // bytes; as long as a connection's name of 259 units may get
+
+// A peer's own words: nobody's log is filled with them.
+std::string CutName(const std::string& strName)
+{
+    if (strName.size() <= LONGEST_NAME)
+    {
+        return strName;
+    }
+    size_t nEnd = LONGEST_NAME;
+    while (nEnd > 0 && (static_cast<unsigned char>(strName[nEnd]) & 0xC0U) == 0x80)
+    {
+        --nEnd;
+    }
+    return strName.substr(0, nEnd) + "...";
+}
+
 std::string Who(const CConnectionName& connection)
 {
-    return connection ? QuoteText(*connection) : "an unnamed connection";
+    return connection ? QuoteText(CutName(*connection)) : "an unnamed connection";
 }
 
 std::string FromWhom(bool bUpload, const CConnectionName& connection)
@@ -21,7 +38,7 @@ CJsonLine JsonOf(const char* pszEvent, const CConnectionName& connection)
     CJsonLine json(pszEvent);
     if (connection)
     {
-        json.Text("connection", *connection);
+        json.Text("connection", CutName(*connection));
     }
     return json;
 }
@@ -61,12 +78,12 @@ void CServeEvents::Stopped()
 
 void CServeEvents::Connected(const std::string& strConnection)
 {
-    m_log.Write(JsonOf("connected", strConnection), "connected", QuoteText(strConnection));
+    m_log.Write(JsonOf("connected", strConnection), "connected", Who(strConnection));
 }
 
 void CServeEvents::Disconnected(const std::string& strConnection)
 {
-    m_log.Write(JsonOf("disconnected", strConnection), "disconnected", QuoteText(strConnection));
+    m_log.Write(JsonOf("disconnected", strConnection), "disconnected", Who(strConnection));
 }
 
 void CServeEvents::TurnedAway(const std::string& strAddress, const std::string& strReason,
@@ -139,8 +156,9 @@ void CServeEvents::WriteFault(const char* pszEvent, const char* pszRequest,
                               const std::string& strReason)
 {
     CJsonLine json = JsonOf(pszEvent, connection);
-    json.Text("request", pszRequest).Text("name", strName).Text("reason", strReason);
+    const std::string strCut = CutName(strName);
+    json.Text("request", pszRequest).Text("name", strCut).Text("reason", strReason);
     m_log.Write(json, pszEvent,
-                std::string(pszRequest) + " of " + QuoteText(strName) + " by " + Who(connection) +
+                std::string(pszRequest) + " of " + QuoteText(strCut) + " by " + Who(connection) +
                     ": " + strReason);
 }

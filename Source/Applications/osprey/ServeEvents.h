@@ -13,7 +13,7 @@
 using CConnectionName = std::optional<std::string>;
 
 // One line an event of the server: text for people, or JSON. Names are quoted, so that whatever a
-// peer sends stays on its line.
+// peer sends stays on its line; of those that may be of any length, a kibibyte is told.
 //
 // Thread: any.
 class CServeEvents final

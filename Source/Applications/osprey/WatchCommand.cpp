@@ -153,7 +153,7 @@ int CWatchRun::Loop()
     const CSignals signals;
     m_output.EndWithReader();
     const CEventLog log(m_output, EventStyle(m_options));
-    const CQueuedOutput queued(m_output,
+    const CQueuedOutput queued(m_output, signals,
                                [&log](Orb_U64 ullLines) { return log.GapLine(ullLines); });
     while (true)
     {
