@@ -129,7 +129,7 @@ TEST_F(OutputQueue, LeavesOutWholeLinesAndTellsHowManyWhereTheyAreMissing)
             m_pOutput->Line(Numbered(i));
         }
         // Less than half a mebibyte waits then.
-        while (strRead.size() < 900 * 1000)
+        while (strRead.size() < 900000)
         {
             strRead += Read(false);
         }

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "Text.h"
 
@@ -166,13 +167,16 @@ void COutput::BeginQueue(COutputQueue::CGapLine fnGap)
 {
     const COutputQueue::CWrite fnWrite = [this](int nDescriptor, const std::string& strText)
     { WriteNow(nDescriptor, strText); };
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_pQueue = std::make_unique<COutputQueue>(m_nOutput, fnWrite, std::move(fnGap));
+    auto pQueue = std::make_unique<COutputQueue>(m_nOutput, fnWrite, std::move(fnGap));
+    std::unique_ptr<COutputQueue> pErrors;
     // On a terminal, lines and errors keep their order among the rows.
     if (isatty(m_nOutput) != 1)
     {
-        m_pErrors = std::make_unique<COutputQueue>(STDERR_FILENO, fnWrite, ErrorGapLine);
+        pErrors = std::make_unique<COutputQueue>(STDERR_FILENO, fnWrite, ErrorGapLine);
     }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_pQueue.swap(pQueue);
+    m_pErrors.swap(pErrors);
 }
 
 void COutput::EndQueue()
@@ -316,4 +320,17 @@ int COutput::Rows() const
         return DEFAULT_ROWS;
     }
     return size.ws_row;
+}
+
+CQueuedOutput::~CQueuedOutput()
+{
+    try
+    {
+        m_signals.ForceOnNext([] {});
+    }
+    catch (const std::exception&)
+    {
+        m_output.LeaveRows();  // no memory to wait for a signal beside: then not for the reader
+    }
+    m_output.EndQueue();
 }

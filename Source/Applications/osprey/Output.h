@@ -18,7 +18,7 @@
 //   /dev/null or the trace file ----> descriptor 1            lines of the library
 //   descriptor 2                                              errors, "osprey: ..."
 //
-// Thread: any; a line is one write.
+// Thread: any; nothing comes between the parts of a line, and up to 4 KiB are one write.
 class COutput final
 {
 public:
@@ -111,11 +111,7 @@ public:
     {
         m_output.BeginQueue(std::move(fnGap));
     }
-    ~CQueuedOutput()
-    {
-        m_signals.ForceOnNext([] {});
-        m_output.EndQueue();
-    }
+    ~CQueuedOutput();
     CQueuedOutput(const CQueuedOutput&) = delete;
     CQueuedOutput& operator=(const CQueuedOutput&) = delete;
 

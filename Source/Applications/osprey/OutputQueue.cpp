@@ -1,5 +1,7 @@
 #include "OutputQueue.h"
 
+#include <exception>
+
 namespace
 {
 
@@ -19,7 +21,14 @@ COutputQueue::~COutputQueue()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        TellGap();
+        try
+        {
+            TellGap();
+        }
+        catch (const std::exception&)
+        {
+            m_ullLeftOut = 0;  // no memory for the line
+        }
         m_bEnd = true;
     }
     m_changed.notify_one();

@@ -49,6 +49,18 @@ void WaitForSignal()
     }
 }
 
+// The output's own wish to end is none: it may come when the end has begun already.
+void WaitForSignalOfOthers()
+{
+    const sigset_t set = EndSignals();
+    siginfo_t info{};
+    int nSignal = -1;
+    do
+    {
+        nSignal = sigwaitinfo(&set, &info);
+    } while (nSignal < 0 || (info.si_code == SI_USER && info.si_pid == getpid()));
+}
+
 // Until a signal has waited on the descriptor for longer than whoever takes it should need.
 void WaitUntilStuck(int nDescriptor)
 {
@@ -148,7 +160,7 @@ void CSignals::ForceOnNext(const std::function<void()>& fnClean) const
         std::thread(
             [pForcedEnd = m_pForcedEnd]
             {
-                WaitForSignal();
+                WaitForSignalOfOthers();
                 const std::lock_guard<std::mutex> lock(pForcedEnd->m_mutex);
                 pForcedEnd->m_fnClean();
                 _exit(EXIT_INTERRUPTED);
