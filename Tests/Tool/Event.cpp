@@ -7,6 +7,9 @@
 
 struct CEvent::CValue
 {
+    CValue() = default;
+    CValue(const CValue& other) = default;
+
     nlohmann::json m_json;
 };
 

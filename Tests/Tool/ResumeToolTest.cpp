@@ -284,3 +284,17 @@ TEST_F(ResumeTool, FolderForNotesThatCannotBeMadeIsNoFailure)
     EXPECT_EQ(run.m_nExitCode, 0) << run.m_strErrors;
     EXPECT_EQ(run.m_strErrors, "");
 }
+
+// One that came to its end, that is: what it noted would hide what changed at the server since.
+TEST_F(ResumeTool, DownloadAfterARunWithAFailedFileAsksForEveryFile)
+{
+    CServedFolder served;
+    served.Around().WriteFile("root/a", "old");
+    served.Around().WriteFile("root/b", "same");
+    const CNames listArguments = {"download", served.GetPeer(),      "a", "b", "missing",
+                                  "-o",       m_local.GetPath("out")};
+    EXPECT_EQ(CToolRun(listArguments).m_nExitCode, 1);
+    served.Around().WriteFile("root/a", "new");
+    EXPECT_EQ(CToolRun(listArguments).m_nExitCode, 1);
+    EXPECT_EQ(ReadFile(m_local.GetPath("out/a")), "new");
+}

@@ -95,7 +95,12 @@ TEST(ServeDescriptors, GivenUpUploadsGiveThemBack)
         EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
         peer.Send(Wire::Caop(100 + i));
     }
-    EXPECT_EQ(Upload(peer, u"f", "text"), 0U);
+    // Those that were given up last are found with one of the next.
+    for (int i = 0; i < WAIT_MS / 10 && CountDescriptors() > nBefore + 4; ++i)
+    {
+        EXPECT_EQ(Upload(peer, u"f", "text"), 0U);
+        usleep(10000);
+    }
     EXPECT_LE(CountDescriptors(), nBefore + 4);
 }
 

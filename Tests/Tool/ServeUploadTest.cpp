@@ -203,6 +203,24 @@ TEST_F(ServeUpload, InterruptKeepsWhatArrived)
     EXPECT_EQ(Contents("g.osprey-partial"), "4567");
 }
 
+// As a pipeline that is interrupted: its reader is gone first.
+TEST_F(ServeUpload, SignalKeepsWhatArrivedAlsoWhenNobodyReadsTheOutput)
+{
+    CRawSocket peer = m_served.Connect();
+    CNames listKept;
+    for (unsigned int i = 0; i < 100; ++i)
+    {
+        const std::string strName = std::to_string(100 + i);
+        Begin(peer, 2 + i, 100, std::u16string(strName.begin(), strName.end()));
+        Block(peer, 2 + i, "123");
+        listKept.push_back(strName + ".osprey-partial");
+    }
+    m_served.Tool().CloseOutput();
+    m_served.Tool().Signal(SIGTERM);
+    EXPECT_EQ(m_served.Tool().Wait(), 0);
+    EXPECT_EQ(m_served.List(), listKept);
+}
+
 TEST_F(ServeUpload, ContinuedUploadGoesOnWithWhatWasKept)
 {
     {
@@ -338,10 +356,40 @@ TEST_F(ServeUpload, FileWhoseNameAFolderTookMeanwhileIsNotTakenForStored)
     const CEvent event = m_served.Tool().WaitForEvent("failed");
     EXPECT_EQ(event["name"], "f");
     EXPECT_EQ(event["reason"], "Is a directory, kept as f.osprey-partial");
-    // The peer learns of it before it has sent the block that ends the file.
-    peer.ReceiveToEnd();
+    EXPECT_EQ(peer.ReceiveToEnd(), "") << "the end, and no answer before it";
     EXPECT_EQ(m_served.List(), (CNames{"f.osprey-partial", "f/"}));
     EXPECT_EQ(Contents("f.osprey-partial"), "abcdef");
+}
+
+TEST_F(ServeUpload, NoLastBlockIsAnsweredForAFileThatCannotBeStored)
+{
+    for (const std::string strData : {"", "abc"})
+    {
+        CRawSocket peer = m_served.Connect();
+        Begin(peer, 2, strData.size(), u"f");
+        fs::create_directory(m_served.GetPath("f"));
+        peer.Send(Wire::Upfb(2, 1, strData) + Wire::Delt(3, u"other"));
+        EXPECT_EQ(peer.ReceiveToEnd(), "") << "the end, and no answer before it: " << strData;
+        EXPECT_FALSE(m_served.Tool().WaitForEvent("disconnected").IsNull());
+        fs::remove_all(m_served.GetRoot() + "/f");
+        fs::remove(m_served.GetPath("f.osprey-partial"));
+    }
+}
+
+TEST_F(ServeUpload, GivenUpAndBegunAnewAtOnceGoesOnOrLeavesNothing)
+{
+    CRawSocket peer = m_served.Connect();
+    for (unsigned int dwID = 2; dwID < 100 && !HasFailure(); dwID += 3)
+    {
+        Begin(peer, dwID, 6, u"f");
+        Block(peer, dwID, "abc");
+        peer.Send(Wire::Caop(dwID));
+        EXPECT_EQ(Begin(peer, dwID + 1, 6, u"f", ~0ULL), 3U);
+        peer.Send(Wire::Caop(dwID + 1));
+        Begin(peer, dwID + 2, 3, u"f");
+        Block(peer, dwID + 2, "new");
+        EXPECT_EQ(m_served.List(), CNames{"f"});
+    }
 }
 
 namespace
@@ -395,14 +443,18 @@ TEST_F(ServeUpload, WhatOthersAreWritingStaysWhenAServerStarts)
     m_served.Around().WriteFile("root/.osprey-0123456789abcdee.part", "alive");
     m_served.Around().WriteFile("root/.osprey-0123456789abcdef.journal", "notes of a download");
     m_served.Around().WriteFile("root/f.part", "not of this program");
+    m_served.Around().WriteFile("root/.osprey-notes.part", "of somebody who likes the name");
+    ASSERT_EQ(mkfifo(m_served.GetPath(".osprey-0123456789abcde0.part").c_str(), 0600), 0);
     const CDescriptor locked = Lock(m_served.GetPath(".osprey-0123456789abcdee.part"));
     CRawSocket peer = m_served.Connect();
     Begin(peer, 2, 6, u"whole");
     Block(peer, 2, "abc");
     const CNames listNames = ServeAndList(m_served.GetRoot(), {});
-    EXPECT_EQ(listNames.size(), 4U) << "all but the dead one";
+    EXPECT_EQ(listNames.size(), 6U) << "all but the dead one";
     Block(peer, 2, "def");
-    EXPECT_EQ(m_served.List(), (CNames{".osprey-0123456789abcdee.part",
-                                       ".osprey-0123456789abcdef.journal", "f.part", "whole"}));
+    EXPECT_EQ(
+        m_served.List(),
+        (CNames{".osprey-0123456789abcde0.part", ".osprey-0123456789abcdee.part",
+                ".osprey-0123456789abcdef.journal", ".osprey-notes.part", "f.part", "whole"}));
     EXPECT_EQ(Contents("whole"), "abcdef");
 }

@@ -156,6 +156,14 @@ TEST_F(Settings, BadValueIsToldAsOnTheCommandLine)
     EXPECT_EQ(parsed.m_strError.rfind("--jobs: ", 0), 0U) << parsed.m_strError;
 }
 
+TEST_F(Settings, OptionWithoutAValueIsNamed)
+{
+    WriteConfig("[serve]\nallow = []\n");
+    const CParsed parsed = Parse({"serve", "--root", "."});
+    EXPECT_EQ(parsed.m_nExitCode, EXIT_USAGE);
+    EXPECT_NE(parsed.m_strError.find("has no value"), std::string::npos) << parsed.m_strError;
+}
+
 TEST_F(Settings, OptionThatNoCommandHasIsNamed)
 {
     for (const char* pszConfig : {"[submit]\njbos = 2\n", "[sumbit]\njobs = 2\n", "jbos = 2\n"})

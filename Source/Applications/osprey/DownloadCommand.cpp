@@ -223,7 +223,9 @@ int CDownloadRun::Move()
     }
     DropFinished(journal, m_listEntries, m_progress);
     const int nCode = MoveEntries(&journal);
-    if (nCode == EXIT_DONE)
+    // A run that came to its end is not continued: a later one asks for everything anew, or it
+    // would never learn that a file has changed at the server. With sums it learns that from them.
+    if (nCode == EXIT_DONE || (nCode == EXIT_FILE_FAILED && !m_options.m_bVerify))
     {
         journal.Remove();
     }

@@ -183,6 +183,13 @@ void CServeHost::CreateFolder(KS_CREATE_DIR& request)
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
+    // The library would make a folder writable that is not.
+    if (access(folder.Path().c_str(), W_OK) != 0)
+    {
+        m_events.Failed("folder", connection, result.m_strShown, strerror(errno));
+        request.strResolvedPath = REFUSED_PATH;
+        return;
+    }
     request.strResolvedPath = m_transfers.Hold(std::move(folder));
 }
 

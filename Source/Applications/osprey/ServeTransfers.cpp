@@ -14,6 +14,7 @@ namespace
 // A peer can begin transfers without end and give them up untold. A connection has at most 256
 // alive, so a few connections never come near.
 const size_t MOST_TRANSFERS = 4096;
+const int PAUSES = 20;
 
 }  // namespace
 
@@ -92,11 +93,16 @@ Orb_U64 CServeTransfers::Add(CTransfer&& transfer)
 {
     if (m_mapTransfers.size() >= MOST_TRANSFERS)
     {
+        // What is over must not stand for a connection that came later, at the same address.
+        SweepUploads();
+    }
+    if (m_mapTransfers.size() >= MOST_TRANSFERS)
+    {
         const auto itLeaves = OneTooMany();
         Abandon(itLeaves->second);
-        if (m_quota.IsLimited() && itLeaves->second.m_bUpload)
+        if (itLeaves->second.m_bUpload)
         {
-            m_pServer->TerminateTask(itLeaves->second.m_lTask);  // nobody counts for it any more
+            m_pServer->TerminateTask(itLeaves->second.m_lTask);  // nobody takes care of it any more
         }
         EndTransfer(itLeaves);
     }
@@ -132,7 +138,11 @@ void CServeTransfers::OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullC
     catch (const std::exception&)
     {
         // No memory: its peer must not take for stored what may not be.
-        m_pServer->TerminateTask(m_pServer->GetCallbackTask());
+        const auto it = m_mapTransfers.find(ullContext);
+        if (it != m_mapTransfers.end())
+        {
+            m_pServer->TerminateTask(it->second.m_lTask);
+        }
     }
 }
 
@@ -183,15 +193,21 @@ void CServeTransfers::EndTransfer(CMap::iterator it)
     m_mapTransfers.erase(it);
 }
 
-bool CServeTransfers::Discard(const CConnectionName& connection, const std::string& strShown)
+// The same, for one.
+bool CServeTransfers::IsOver(const CTransfer& transfer) const
 {
     COpenFiles mapOpen;
     static_cast<void>(CountOpen(mapOpen));
+    return IsOver(transfer, mapOpen);
+}
+
+bool CServeTransfers::Discard(const CConnectionName& connection, const std::string& strShown)
+{
     for (auto it = m_mapTransfers.begin(); it != m_mapTransfers.end(); ++it)
     {
         CTransfer& transfer = it->second;
-        if (!transfer.m_bWhole && IsOver(transfer, mapOpen) && transfer.m_strShown == strShown &&
-            transfer.m_connection == connection)
+        if (transfer.m_bUpload && !transfer.m_bWhole && transfer.m_strShown == strShown &&
+            transfer.m_connection == connection && IsOver(transfer))
         {
             unlinkat(transfer.m_pFolder->Get(), transfer.m_strTemp.c_str(), 0);
             m_quota.Subtract(transfer.m_ullCounted);
@@ -247,6 +263,25 @@ void CServeTransfers::SweepUploads()
             Abandon(itThis->second);
             EndTransfer(itThis);
         }
+    }
+}
+
+// Finds uploads that were given up. A look at every open file, for which all the others wait: it
+// takes a small part of the time, unless an earlier upload to the same file may be among them.
+void CServeTransfers::SweepBefore(const std::string& strShown)
+{
+    const bool bSame = std::any_of(m_mapTransfers.begin(), m_mapTransfers.end(),
+                                   [&strShown](const auto& entry)
+                                   {
+                                       return entry.second.m_bUpload && !entry.second.m_bWhole &&
+                                              entry.second.m_strShown == strShown;
+                                   });
+    const CTime begun = std::chrono::steady_clock::now();
+    if (bSame || begun >= m_timeSweepDue)
+    {
+        SweepUploads();
+        const CTime ended = std::chrono::steady_clock::now();
+        m_timeSweepDue = ended + PAUSES * (ended - begun);
     }
 }
 

@@ -25,7 +25,8 @@
 //                      +--cancelled by its peer, nothing arrived--> removed
 //                      +--server killed--> removed by the next one, since nobody has it locked
 //
-// A peer that asks to continue an upload goes on with what is kept, or starts anew.
+// A peer that asks to continue an upload goes on with what is kept, or starts anew. What is kept is
+// then a file under construction like any other: should the server be killed, it is gone.
 //
 // Progress comes with the context value that BeginUpload and BeginDownload return; one object
 // serves all transfers, so it lives as long as the server needs it. The library does not tell when
@@ -102,6 +103,7 @@ public:
     static bool IsPartialName(const std::string& strName);
 
 private:
+    using CTime = std::chrono::steady_clock::time_point;
     using CFileId = std::pair<dev_t, ino_t>;
     using COpenFiles = std::map<CFileId, unsigned int>;  // descriptors of this process, by file
     using CFolder = std::shared_ptr<const CDescriptor>;
@@ -134,7 +136,7 @@ private:
     CMap::iterator OneTooMany();
     const char* QuotaFault(const CRootFolder& root, const CUpload& upload) const;
     void ShareFolder(CTransfer& transfer, CDescriptor&& folder) const;
-    static Orb_U64 ContinuePartial(CTransfer& transfer, Orb_U64 ullOffset);
+    static bool TakePartial(CTransfer& transfer);
     void EndTransfer(CMap::iterator it);
     bool FinishUpload(CTransfer& transfer);
     bool CountArrived(CTransfer& transfer, Orb_U64 ullDone);
@@ -143,8 +145,10 @@ private:
     void Abandon(CTransfer& transfer);
     std::string Keep(const CTransfer& transfer);
     void SweepUploads();
+    void SweepBefore(const std::string& strShown);
     bool CountOpen(COpenFiles& mapOpen) const;
     static bool IsOver(const CTransfer& transfer, const COpenFiles& mapOpen);
+    bool IsOver(const CTransfer& transfer) const;
     static bool FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSize);
 
     CServeEvents& m_events;
@@ -153,6 +157,7 @@ private:
     const std::unique_ptr<DIR, int (*)(DIR*)> m_pOpenFiles;  // of this process; null: not to be had
     CMap m_mapTransfers;
     Orb_U64 m_ullLastId = 0;
+    CTime m_timeSweepDue;
     CDescriptor m_held;
 };
 

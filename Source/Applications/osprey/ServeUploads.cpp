@@ -71,7 +71,7 @@ const char* CServeTransfers::QuotaFault(const CRootFolder& root, const CUpload& 
 Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder,
                                      std::string& strPath)
 {
-    SweepUploads();
+    SweepBefore(upload.m_target.m_strShown);
     CTransfer transfer;
     transfer.m_bUpload = true;
     transfer.m_connection = upload.m_connection;
@@ -94,10 +94,18 @@ Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder
     {
         return 0;
     }
-    transfer.m_ullDone = ContinuePartial(transfer, upload.m_ullOffset);
+    const bool bContinue = upload.m_ullOffset == CONTINUE;
+    const bool bTaken = bContinue && TakePartial(transfer);
+    if (bContinue && !bTaken && m_quota.Fault(0, upload.m_ullSize) != nullptr)
+    {
+        unlinkat(transfer.m_pFolder->Get(), transfer.m_strTemp.c_str(), 0);
+        errno = EDQUOT;  // the kept part did not make room after all
+        return 0;
+    }
+    transfer.m_ullDone = bContinue ? transfer.m_ullDone : upload.m_ullOffset;
     FileId(transfer.m_file, transfer.m_idFile, nullptr);
     transfer.m_ullCounted = std::max(transfer.m_ullTotal, transfer.m_ullDone);
-    m_quota.Subtract(upload.m_ullOffset == CONTINUE ? transfer.m_ullDone : 0);
+    m_quota.Subtract(bTaken ? transfer.m_ullDone : 0);
     m_quota.Add(transfer.m_ullCounted);
     strPath = transfer.m_file.Path();
     return Add(std::move(transfer));
@@ -117,34 +125,31 @@ void CServeTransfers::ShareFolder(CTransfer& transfer, CDescriptor&& folder) con
     transfer.m_pFolder = std::make_shared<const CDescriptor>(std::move(folder));
 }
 
-// Where the first block will be written. The library examines the file itself, by the same rule.
-Orb_U64 CServeTransfers::ContinuePartial(CTransfer& transfer, Orb_U64 ullOffset)
+// Goes on with what was kept. False when there is nothing of use. The library finds by itself how
+// much there is.
+bool CServeTransfers::TakePartial(CTransfer& transfer)
 {
-    if (ullOffset != CONTINUE)
-    {
-        return ullOffset;
-    }
     const std::string strPartial = PartialName(transfer.m_strName);
     const int nFolder = transfer.m_pFolder->Get();
     struct stat info
     {
     };
-    CDescriptor partial;
-    if (!strPartial.empty())
+    if (!RegularAt(*transfer.m_pFolder, strPartial, info) ||
+        static_cast<Orb_U64>(info.st_size) > transfer.m_ullTotal)
     {
-        partial = CDescriptor(
-            openat(nFolder, strPartial.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        return false;
     }
-    const bool bUsable =
-        partial.IsValid() && fstat(partial.Get(), &info) == 0 && S_ISREG(info.st_mode) &&
-        static_cast<Orb_U64>(info.st_size) <= transfer.m_ullTotal && LockTemp(partial.Get()) &&
-        renameat(nFolder, strPartial.c_str(), nFolder, transfer.m_strTemp.c_str()) == 0;
-    if (!bUsable)
+    // Locked before it has the name that another server may look for.
+    CDescriptor partial(
+        openat(nFolder, strPartial.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!partial.IsValid() || !LockTemp(partial.Get()) ||
+        renameat(nFolder, strPartial.c_str(), nFolder, transfer.m_strTemp.c_str()) != 0)
     {
-        return 0;
+        return false;
     }
+    transfer.m_ullDone = static_cast<Orb_U64>(info.st_size);
     transfer.m_file = std::move(partial);
-    return static_cast<Orb_U64>(info.st_size);
+    return true;
 }
 
 // False when more has arrived than may: the upload is then over.

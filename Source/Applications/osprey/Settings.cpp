@@ -87,6 +87,11 @@ bool ReadItems(CLI::App& app, const std::string& strFile, CItems& listItems, std
             strReason = QuoteText(strFile) + ": there is no option " + QuoteText(item.fullname());
             return false;
         }
+        if (!IsMark(item) && item.inputs.empty())
+        {
+            strReason = QuoteText(strFile) + ": " + QuoteText(item.fullname()) + " has no value";
+            return false;
+        }
     }
     return true;
 }

@@ -32,13 +32,19 @@ bool RandomName(std::string& strName)
     return true;
 }
 
-// Another run may take it for a dead one's before it is locked, and remove it.
-bool LockNew(int nFile)
+// Has a name still.
+bool IsLinked(int nFile)
 {
     struct stat info
     {
     };
-    return LockTemp(nFile) && fstat(nFile, &info) == 0 && info.st_nlink > 0;
+    return fstat(nFile, &info) == 0 && info.st_nlink > 0;
+}
+
+// Another run may take it for a dead one's before it is locked, and remove it.
+bool LockNew(int nFile)
+{
+    return LockTemp(nFile) && IsLinked(nFile);
 }
 
 // strFront: of the path, relative to the folder. -1 with errno.
@@ -69,10 +75,14 @@ int CreateFile(int nFolder, const std::string& strFront, unsigned int nMode, std
     return -1;
 }
 
-bool EndsWith(const std::string& strText, const std::string& strEnd)
+// ".osprey-", 16 digits, ".part", as RandomName makes them.
+bool IsFileUnderConstruction(const std::string& strName)
 {
-    return strText.size() >= strEnd.size() &&
-           strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) == 0;
+    const size_t nFront = sizeof TEMP_PREFIX - 1;
+    const size_t nDigits = 16;
+    return IsTempName(strName) && strName.size() == nFront + nDigits + sizeof TEMP_SUFFIX - 1 &&
+           strName.find_first_not_of("0123456789abcdef", nFront) == nFront + nDigits &&
+           strName.compare(nFront + nDigits, std::string::npos, TEMP_SUFFIX) == 0;
 }
 
 }  // namespace
@@ -96,13 +106,20 @@ bool LockTemp(int nFile)
 
 void RemoveDeadTemp(int nFolder, const std::string& strName)
 {
-    if (!IsTempName(strName) || !EndsWith(strName, TEMP_SUFFIX))
+    struct stat info
+    {
+    };
+    if (!IsFileUnderConstruction(strName) ||
+        fstatat(nFolder, strName.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISREG(info.st_mode))
     {
         return;
     }
+    // For writing: a network file system gives no lock otherwise.
     const CDescriptor file(
-        openat(nFolder, strName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file.IsValid() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0)
+        openat(nFolder, strName.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    // One that has lost the name since gave it to another.
+    if (file.IsValid() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 && IsLinked(file.Get()))
     {
         unlinkat(nFolder, strName.c_str(), 0);
     }
