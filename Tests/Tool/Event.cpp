@@ -7,8 +7,7 @@
 
 struct CEvent::CValue
 {
-    CValue() = default;
-    CValue(const CValue& other) = default;
+    CValue() : m_json(nullptr) {}
 
     nlohmann::json m_json;
 };
