@@ -31,7 +31,7 @@ const char* const INTERFACES[] = {
     "ISubmitFileClient",       "ISubmitFileClientCallback",
     "IDownloadFileClient",     "IDownloadFileClientCallback",
     "IWXSPChannelClient",      "IWXSPChannelClientCallback",
-    "IOspreyConnectionFilter",
+    "IOspreyConnectionFilter", "IOspreyTransferObserver",
 };
 
 TEST(ExportedSymbols, AreTheFunctionsAndTheTypesOfTheInterfaces)

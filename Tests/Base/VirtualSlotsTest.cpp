@@ -48,6 +48,7 @@ TEST(VirtualSlots, OfTheServerStay)
     EXPECT_EQ(SlotOf(&IOspreyServer::FlushChannelPackets), 9U);
     EXPECT_EQ(SlotOf(&IOspreyServer::SetConnectionFilter), 10U);
     EXPECT_EQ(SlotOf(&IOspreyServer::GetCallbackTask), 11U);
+    EXPECT_EQ(SlotOf(&IOspreyServer::SetTransferObserver), 12U);
 }
 
 TEST(VirtualSlots, OfTheServersCallbacksStay)
@@ -56,6 +57,7 @@ TEST(VirtualSlots, OfTheServersCallbacksStay)
     EXPECT_EQ(SlotOf(&IOspreyServerCallback::OnDisconnect), 1U);
     EXPECT_EQ(SlotOf(&IOspreyProgress::OnProgress), 0U);
     EXPECT_EQ(SlotOf(&IOspreyConnectionFilter::OnAccept), 0U);
+    EXPECT_EQ(SlotOf(&IOspreyTransferObserver::OnTransferEnded), 0U);
 }
 
 TEST(VirtualSlots, OfTheFileClientsStay)

@@ -53,6 +53,10 @@ public:
     {
         return 0;
     }
+    Orb_BOOL SetTransferObserver(IOspreyTransferObserver* /*pObserver*/) override
+    {
+        return Orb_TRUE;
+    }
 
     std::string m_strCalls;
 };

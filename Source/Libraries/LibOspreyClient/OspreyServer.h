@@ -6,12 +6,13 @@
 //   host threads                        worker thread (one a server)
 //   ------------                        ----------------------------
 //   CreateOspreyServer
-//   SetConnectionFilter
+//   SetConnectionFilter, SetTransferObserver
 //   Startup            ---- starts ---> accepts, receives, reads and writes files
 //   PutChannelPacket   --- (store) ---> sends channel packets
 //   TerminateTask      ---- wakes  ---> detaches one connection
 //                                       OnAccept
-//                                       OnRequest, OnDisconnect, IOspreyProgress::OnProgress
+//                                       OnRequest, OnDisconnect
+//                                       IOspreyProgress::OnProgress, OnTransferEnded
 //   EndAllConnections  ---- wakes  ---> closes the listener, detaches every connection
 //   Shutdown           ---- joins  ---> ends
 //   Release
@@ -50,7 +51,8 @@ public:
     // ullContext: the value that the host left in the request's record.
     //
     // Download: before each block is read, the last time with done equal to total; upload: after
-    // each block is written. A transfer that fails or is cancelled makes no further call.
+    // each block is written. A transfer that fails or is cancelled makes no further call; see
+    // IOspreyTransferObserver for its end.
     virtual void OnProgress(Orb_U64 ullDone, Orb_U64 ullTotal, Orb_U64 ullContext) = 0;
 
 protected:
@@ -147,6 +149,34 @@ protected:
     ~IOspreyConnectionFilter() {}
 };
 
+// How a transfer came to its end.
+enum OSPREY_TRANSFER_END
+{
+    OSPREY_TRANSFER_COMPLETE = 0,   // upload: its last block is stored; download: it was read
+    OSPREY_TRANSFER_CANCELLED = 1,  // by its peer, or it could not begin, or not go on
+    OSPREY_TRANSFER_LOST = 2,       // with its connection
+};
+
+// Learns of the end of transfers. Implemented by the host, never deleted by the library; it must
+// outlive Release, or until another one is set.
+class OSPREY_API IOspreyTransferObserver
+{
+public:
+    // An upload or a download that the host was asked about is over: its file is closed, and
+    // nothing is called for it any more. Exactly once for each, those included that the host
+    // refused; before the OnDisconnect of its connection. ullContext: the value that the host left
+    // in the request's record. Runs on the worker thread.
+    //
+    // The answer to an upload's last block waits for this call: a host that gives the file its name
+    // here, and finds that it cannot, has the peer know by TerminateTask(GetCallbackTask()). A
+    // complete upload may be shorter or longer than its peer announced. A complete download may not
+    // have arrived: its last blocks are still to be sent.
+    virtual void OnTransferEnded(OSPREY_TRANSFER_END eEnd, Orb_U64 ullContext) = 0;
+
+protected:
+    ~IOspreyTransferObserver() {}
+};
+
 // A server: one listening port, any number of connections, one worker thread.
 class OSPREY_API IOspreyServer
 {
@@ -219,10 +249,16 @@ public:
     // worker's.
     virtual Orb_BOOL SetConnectionFilter(IOspreyConnectionFilter* pFilter) = 0;
 
-    // Inside OnRequest and OnDisconnect: the task, for TerminateTask, of the connection that the
-    // call is about, whether it has a name or not. It stays valid as long as the connection: in
-    // every OnProgress of a transfer it is that of the transfer still. 0 anywhere else.
+    // Inside OnRequest, OnTransferEnded and OnDisconnect: the task, for TerminateTask, of the
+    // connection that the call is about, whether it has a name or not. It stays valid as long as
+    // the connection: in every OnProgress of a transfer it is that of the transfer still. 0
+    // anywhere else.
     virtual long GetCallbackTask() = 0;
+
+    // Tells pObserver of the end of every transfer from the next Startup on; null, as at the
+    // beginning, nobody. False, and nothing changes, while the server runs. Any thread but the
+    // worker's.
+    virtual Orb_BOOL SetTransferObserver(IOspreyTransferObserver* pObserver) = 0;
 };
 
 // Builds a server that is not started yet; opens nothing. pCallback may be null: every request is

@@ -381,3 +381,14 @@ void COspreyServer::OnDisconnect(COspreyServerStream* pStream, const char* pszNa
         m_pCalledAbout = nullptr;
     }
 }
+
+void COspreyServer::OnTransferEnded(COspreyServerStream* pStream, OSPREY_TRANSFER_END eEnd,
+                                    unsigned long long ullContext)
+{
+    if (m_pObserver != nullptr)
+    {
+        m_pCalledAbout = pStream;
+        m_pObserver->OnTransferEnded(eEnd, ullContext);
+        m_pCalledAbout = nullptr;
+    }
+}

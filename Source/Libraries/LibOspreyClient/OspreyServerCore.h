@@ -98,6 +98,11 @@ public:
     {
         m_pFilter = pFilter;
     }
+    // Null: nobody is told. REQUIRES: the worker does not run.
+    void SetTransferObserver(IOspreyTransferObserver* pObserver)
+    {
+        m_pObserver = pObserver;
+    }
     // The task of the connection that the host is being called about, or 0. Inside a call only.
     long GetCallbackTask() const
     {
@@ -108,6 +113,8 @@ public:
     // host answered.
     unsigned int OnRequest(COspreyServerStream* pStream, KS_REQUEST eRequest, void* pRecord);
     void OnDisconnect(COspreyServerStream* pStream, const char* pszName);
+    void OnTransferEnded(COspreyServerStream* pStream, OSPREY_TRANSFER_END eEnd,
+                         unsigned long long ullContext);
 
     CIOEngine* GetEngine() const
     {
@@ -147,7 +154,8 @@ private:
     std::atomic<bool> m_bFlushRequested{false};
     std::atomic<bool> m_bEndRequested{false};
     std::atomic<bool> m_bEndingNow{false};         // EndAllNow runs
-    IOspreyConnectionFilter* m_pFilter = nullptr;  // the host's
+    IOspreyConnectionFilter* m_pFilter = nullptr;  // the host's, as the next one
+    IOspreyTransferObserver* m_pObserver = nullptr;
     COspreyServerStream* m_pCalledAbout = nullptr;
     CDLinkedList m_listWaitingHandlers;
     CCompletion m_ended;

@@ -137,7 +137,9 @@ void COspreyServerImpl::FlushChannelPackets()
     m_server.FlushChannelPackets();
 }
 
-Orb_BOOL COspreyServerImpl::SetConnectionFilter(IOspreyConnectionFilter* pFilter)
+// Does it unless the worker runs, which reads what is set without a lock.
+template <typename TSet>
+Orb_BOOL COspreyServerImpl::WhileStopped(TSet fnSet)
 {
     if (m_thread.IsCurrent())
     {
@@ -148,8 +150,18 @@ Orb_BOOL COspreyServerImpl::SetConnectionFilter(IOspreyConnectionFilter* pFilter
     {
         return Orb_FALSE;
     }
-    m_server.SetConnectionFilter(pFilter);
+    fnSet();
     return Orb_TRUE;
+}
+
+Orb_BOOL COspreyServerImpl::SetConnectionFilter(IOspreyConnectionFilter* pFilter)
+{
+    return WhileStopped([&] { m_server.SetConnectionFilter(pFilter); });
+}
+
+Orb_BOOL COspreyServerImpl::SetTransferObserver(IOspreyTransferObserver* pObserver)
+{
+    return WhileStopped([&] { m_server.SetTransferObserver(pObserver); });
 }
 
 long COspreyServerImpl::GetCallbackTask()

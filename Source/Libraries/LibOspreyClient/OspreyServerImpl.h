@@ -28,8 +28,11 @@ public:
     void FlushChannelPackets() override;
     Orb_BOOL SetConnectionFilter(IOspreyConnectionFilter* pFilter) override;
     long GetCallbackTask() override;
+    Orb_BOOL SetTransferObserver(IOspreyTransferObserver* pObserver) override;
 
 private:
+    template <typename TSet>
+    Orb_BOOL WhileStopped(TSet fnSet);
     static void* ThreadProc(void* pThis);
 
     Orb_BOOL ShutdownLocked();

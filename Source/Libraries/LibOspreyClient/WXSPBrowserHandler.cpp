@@ -170,6 +170,7 @@ void CWXSPBrowserHandler::OnSendComplete(CTCPStreamBuffer* pBuffer)
 
 void CWXSPBrowserHandler::OnShutdown()
 {
+    m_bEnding = true;
     for (const auto& entry : m_mapHandlers)
     {
         if (entry.second != nullptr)
@@ -193,6 +194,11 @@ void CWXSPBrowserHandler::RemoveHandler(unsigned int dwRequestID)
 unsigned int CWXSPBrowserHandler::OnRequest(KS_REQUEST eRequest, void* pRecord)
 {
     return m_pServer->OnRequest(m_pStream, eRequest, pRecord);
+}
+
+void CWXSPBrowserHandler::OnTransferEnded(OSPREY_TRANSFER_END eEnd, unsigned long long ullContext)
+{
+    m_pServer->OnTransferEnded(m_pStream, eEnd, ullContext);
 }
 
 void CWXSPBrowserHandler::Send(CRequestIDSimpleTCPStreamBuffer* pBuffer)

@@ -41,6 +41,8 @@ public:
     void RemoveHandler(unsigned int dwRequestID);
     // Forwards to the host. Always 0: a host refuses through the resolved path.
     unsigned int OnRequest(KS_REQUEST eRequest, void* pRecord);
+    // Likewise.
+    void OnTransferEnded(OSPREY_TRANSFER_END eEnd, unsigned long long ullContext);
     // Takes over a heap-allocated buffer and queues it on the stream.
     void Send(CRequestIDSimpleTCPStreamBuffer* pBuffer);
 
@@ -50,6 +52,11 @@ public:
     unsigned int TakeSerial()
     {
         return ++m_dwLastSerial;
+    }
+    // The connection is over: so is what the requests did, which was not cancelled.
+    bool IsEnding() const
+    {
+        return m_bEnding;
     }
     COspreyServerStream* GetStream() const
     {
@@ -76,6 +83,7 @@ private:
     char* m_pszConnectionName = nullptr;                         // owned, UTF-8
     CSendBufferOwner m_buffersOut;
     unsigned int m_dwLastSerial = 0;
+    bool m_bEnding = false;
 };
 
 #endif

@@ -11,11 +11,6 @@ const int DFRB_HEADER_SIZE = WXSP_HEADER_SIZE + sizeof(_WXS_DOWN_FILE_BLOCK);
 
 }  // namespace
 
-CDownloadFileRequestHandler::~CDownloadFileRequestHandler()
-{
-    CDownloadFileRequestHandler::OnShutdown();
-}
-
 int CDownloadFileRequestHandler::Startup(_WXS_DOWN_FILE* pRequest)
 {
     m_dwRequestID = pRequest->dwRequestID;
@@ -39,9 +34,7 @@ unsigned int CDownloadFileRequestHandler::Open(const _WXS_DOWN_FILE* pRequest,
     const std::string strName = ReadName(pRequest + 1);
     KS_DOWNLOAD_FILE record = {m_pBrowser->GetConnectionName(), strName.c_str(), std::string(),
                                nullptr, 0};
-    const unsigned int dwResult = m_pBrowser->OnRequest(KS_REQUEST_DOWNLOAD_FILE, &record);
-    m_pProgress = record.pProgress;
-    m_ullProgressContext = record.ullProgressContext;
+    const unsigned int dwResult = Ask(KS_REQUEST_DOWNLOAD_FILE, record);
     if (dwResult != 0)
     {
         return dwResult;
@@ -89,10 +82,7 @@ void CDownloadFileRequestHandler::OnSendComplete()
 // Queues the next block. False when it cannot be made.
 bool CDownloadFileRequestHandler::SendBlock()
 {
-    if (m_pProgress != nullptr)
-    {
-        m_pProgress->OnProgress(m_ullPosition, m_ullFileSize, m_ullProgressContext);
-    }
+    TellProgress();
     CReplyPtr pReply = CreateReply(DFRB_HEADER_SIZE + WXSP_DOWNLOAD_BLOCK_SIZE, DFRB, 0);
     size_t nRead = 0;
     if (pReply == nullptr || !ReadBlock(pReply->GetFree(0) + DFRB_HEADER_SIZE, nRead))
@@ -123,11 +113,7 @@ bool CDownloadFileRequestHandler::ReadBlock(unsigned char* pData, size_t& nRead)
     if (nRead == 0)
     {
         CloseLocalFile(m_pFile);
+        TellEnd(OSPREY_TRANSFER_COMPLETE);
     }
     return true;
-}
-
-void CDownloadFileRequestHandler::OnShutdown()
-{
-    CloseLocalFile(m_pFile);
 }

@@ -5,27 +5,20 @@
 
 #include <sys/stat.h>
 
-#include <cstdio>
-
-#include "WXSPRequestHandler.h"
+#include "WXSPFileRequest.h"
 
 // DFIL: answers with DFRT, then streams the file as DFRB blocks of up to 64 KiB.
 //
 // One buffer of a download is queued at any time: each block is read when the one before has been
 // sent. An empty block ends the transfer. A read error ends it without a word: the
 // protocol has none for it.
-class CDownloadFileRequestHandler final : public CWXSPRequestHandler
+class CDownloadFileRequestHandler final : public CFileRequestHandler
 {
 public:
-    explicit CDownloadFileRequestHandler(CWXSPBrowserHandler* pBrowser)
-        : CWXSPRequestHandler(pBrowser)
-    {
-    }
-    ~CDownloadFileRequestHandler() override;
+    using CFileRequestHandler::CFileRequestHandler;
 
     int Startup(_WXS_DOWN_FILE* pRequest);
     void OnSendComplete() override;
-    void OnShutdown() override;
 
 private:
     unsigned int Open(const _WXS_DOWN_FILE* pRequest, _WXS_DOWN_FILE_RET* pRet);
@@ -34,12 +27,7 @@ private:
     bool SendBlock();
     bool ReadBlock(unsigned char* pData, size_t& nRead);
 
-    FILE* m_pFile = nullptr;               // owned
-    bool m_bSeek = true;                   // before the next read
-    unsigned long long m_ullPosition = 0;  // bytes queued so far: the offset of the next read
-    unsigned long long m_ullFileSize = 0;
-    IOspreyProgress* m_pProgress = nullptr;  // the host's
-    unsigned long long m_ullProgressContext = 0;
+    bool m_bSeek = true;  // before the next read
 };
 
 #endif

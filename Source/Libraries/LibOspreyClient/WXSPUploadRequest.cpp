@@ -13,11 +13,6 @@ const int UPBR_SIZE = WXSP_HEADER_SIZE + sizeof(_WXS_RESULT);
 
 }  // namespace
 
-CUploadFileRequestHandler::~CUploadFileRequestHandler()
-{
-    CUploadFileRequestHandler::OnShutdown();
-}
-
 int CUploadFileRequestHandler::Startup(_WXS_UPLOAD_FILE* pRequest)
 {
     m_dwRequestID = pRequest->dwRequestID;
@@ -52,9 +47,7 @@ unsigned int CUploadFileRequestHandler::Open(const _WXS_UPLOAD_FILE* pRequest)
                              std::string(),
                              nullptr,
                              0};
-    const unsigned int dwResult = m_pBrowser->OnRequest(KS_REQUEST_UPLOAD_FILE, &record);
-    m_pProgress = record.pProgress;
-    m_ullProgressContext = record.ullProgressContext;
+    const unsigned int dwResult = Ask(KS_REQUEST_UPLOAD_FILE, record);
     printf("CUploadFileRequestHandler, Startup liSize:%llx\n", m_ullFileSize);
     printf("CUploadFileRequestHandler, Startup llOffset:%llx\n", ullOffset);
     if (dwResult != 0)
@@ -135,11 +128,13 @@ unsigned int CUploadFileRequestHandler::WriteBlock(const unsigned char* pData, s
     m_ullPosition += nSize;
     if (m_dwLastBlock != 0 && !CloseLocalFile(m_pFile))
     {
+        TellEnd(OSPREY_TRANSFER_CANCELLED);
         return RESULT_WRITE_FAILED;
     }
-    if (m_pProgress != nullptr)
+    TellProgress();
+    if (m_dwLastBlock != 0)
     {
-        m_pProgress->OnProgress(m_ullPosition, m_ullFileSize, m_ullProgressContext);
+        TellEnd(OSPREY_TRANSFER_COMPLETE);
     }
     return RESULT_SUCCESS;
 }
@@ -155,9 +150,4 @@ void CUploadFileRequestHandler::OnSendComplete()
 bool CUploadFileRequestHandler::IsIdleForGood() const
 {
     return m_pFile == nullptr && m_nRepliesOut == 0;
-}
-
-void CUploadFileRequestHandler::OnShutdown()
-{
-    CloseLocalFile(m_pFile);
 }

@@ -3,29 +3,22 @@
 
 // Internal header.
 
-#include <cstdio>
-
-#include "WXSPRequestHandler.h"
+#include "WXSPFileRequest.h"
 
 // UPFI and the UPFB blocks that follow it: opens the file, continuing an existing one on request,
 // answers UPFR with the offset at which it will write, then writes each block and answers UPBR.
 //
 // The file is unbuffered: a block that does not fit on the disk is the one that is refused.
-class CUploadFileRequestHandler final : public CWXSPRequestHandler
+class CUploadFileRequestHandler final : public CFileRequestHandler
 {
 public:
-    explicit CUploadFileRequestHandler(CWXSPBrowserHandler* pBrowser)
-        : CWXSPRequestHandler(pBrowser)
-    {
-    }
-    ~CUploadFileRequestHandler() override;
+    using CFileRequestHandler::CFileRequestHandler;
 
     int Startup(_WXS_UPLOAD_FILE* pRequest);
     // 1 when UPBR was queued. 0 when there is no memory for it, or when the file is closed already,
     // which also ends the handler; the connection is then abandoned.
     int ProcessBlockRequest(PWXS_PACKET pPacket);
     void OnSendComplete() override;
-    void OnShutdown() override;
     bool IsIdleForGood() const override;
 
 private:
@@ -33,14 +26,9 @@ private:
     unsigned int OpenResolved(const std::string& strPath, unsigned long long ullOffset);
     unsigned int WriteBlock(const unsigned char* pData, size_t nSize);
 
-    FILE* m_pFile = nullptr;               // owned
-    unsigned long long m_ullPosition = 0;  // offset reached
-    unsigned int m_dwLastBlock = 0;        // the final block has arrived
+    unsigned int m_dwLastBlock = 0;  // the final block has arrived
     unsigned int m_dwAttributes = 0;
-    unsigned long long m_ullFileSize = 0;  // as announced; nothing insists on it
     unsigned long long m_ullModificationTime = 0;
-    IOspreyProgress* m_pProgress = nullptr;  // the host's
-    unsigned long long m_ullProgressContext = 0;
 };
 
 #endif
