@@ -148,6 +148,14 @@ TEST(CommandLine, FaultsAreToldInPlainWords)
     EXPECT_NE(Fault({"version", "surplus"}).find("surplus"), std::string::npos);
 }
 
+TEST(CommandLine, OptionWithoutAValueDoesNotTakeTheNextOneForIt)
+{
+    EXPECT_EQ(Fault({"serve", "--root", ".", "--trace=", "--read-only"}),
+              "--trace has no value (\"osprey serve --help\" tells more)");
+    COptions options;
+    EXPECT_TRUE(Parse({"submit", "host", "--", "--name="}, options).m_bRun) << "a file";
+}
+
 TEST(CommandLine, ConnectionNamesHaveAtMost259Units)
 {
     COptions options;

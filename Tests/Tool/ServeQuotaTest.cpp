@@ -135,15 +135,14 @@ TEST(ServeQuota, WhoSendsMoreThanMayBeLosesTheFileAndTheConnection)
     }
 }
 
-// It is whole, and has its name, as soon as all that was announced is there.
 TEST(ServeQuota, WhoSendsMoreThanWasAnnouncedIsCountedStill)
 {
     CServedFolder served({"--max-file", "1K"});
     CRawSocket peer = served.Connect();
     EXPECT_EQ(Begin(peer, 2, 10, u"f"), 0U);
     Block(peer, 2, 10);
-    EXPECT_EQ(served.List(), CNames{"f"});
     Block(peer, 2, 500);
+    EXPECT_EQ(served.List().size(), 1U) << "under construction";
     SendUntilEnd(peer, 2);
     EXPECT_EQ(served.Tool().WaitForEvent("refused")["reason"], TOO_LARGE);
     EXPECT_TRUE(served.List().empty());
@@ -244,22 +243,32 @@ TEST(ServeQuota, WhoGrowsPastTheTotalIsEnded)
     EXPECT_TRUE(Store(other, 600, u"b"));
 }
 
-// What has lost its name takes room until it is closed, and no longer.
-TEST(ServeQuota, FileThatGrowsAfterItsDeletionCountsUntilItIsClosed)
+// It goes to the end of an upload that begins behind the end of its file, and sends nothing.
+TEST(ServeQuota, WhatIsNotThereDoesNotCountAfterTheEnd)
 {
     CServedFolder served({"--max-total", "1000"});
-    CRawSocket other = served.Connect(u"other");
+    CRawSocket peer = served.Connect();
+    EXPECT_EQ(Begin(peer, 2, 0, u"f", 900), 0U);
+    EXPECT_FALSE(Store(peer, 101, u"g")) << "it may still come";
+    Block(peer, 2, 0, 1);
+    EXPECT_TRUE(Store(peer, 1000, u"g"));
+}
+
+TEST(ServeQuota, WhatIsKeptMakesRoomForTheWholeFile)
+{
+    CServedFolder served({"--max-total", "1000"});
     {
         CRawSocket peer = served.Connect();
-        EXPECT_EQ(Begin(peer, 2, 10, u"f"), 0U);
-        Block(peer, 2, 10);
-        other.Send(Wire::Delt(3, u"f"));
-        EXPECT_EQ(Wire::GetU32(other.ReceivePacket(), 16), 0U);
-        Block(peer, 2, 500);
-        EXPECT_FALSE(Store(other, 600, u"g"));
+        EXPECT_EQ(Begin(peer, 2, 700, u"f"), 0U);
+        Block(peer, 2, 600);
     }
-    served.Tool().WaitForEvent("disconnected");
-    EXPECT_TRUE(Store(other, 1000, u"g"));
+    served.Tool().WaitForEvent("incomplete");
+    EXPECT_EQ(served.List(), CNames{"f.osprey-partial"});
+    CRawSocket peer = served.Connect();
+    EXPECT_FALSE(Store(peer, 700, u"g"));
+    EXPECT_TRUE(Store(peer, 700, u"f"));
+    EXPECT_EQ(served.List(), CNames{"f"});
+    EXPECT_TRUE(Store(peer, 300, u"g"));
 }
 
 // Two peers share a name, and one of them gives it up.
@@ -277,15 +286,17 @@ TEST(ServeQuota, UploadIsCountedWhateverItsConnectionIsCalledMeanwhile)
     EXPECT_TRUE(served.List().empty());
 }
 
-// A file that cannot have its name is not known any more.
-TEST(ServeQuota, WhoSendsOnIntoAFileThatCannotHaveItsNameIsEnded)
+TEST(ServeQuota, FileThatCannotHaveItsNameCountsAsKept)
 {
     CServedFolder served({"--max-total", "1000"});
     CRawSocket peer = served.Connect();
     EXPECT_EQ(Begin(peer, 2, 10, u"f"), 0U);
     peer.Send(Wire::Cdir(3, u"f"));
     EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
-    peer.Send(Wire::Upfb(2, 0, std::string(10, 'x')));
+    peer.Send(Wire::Upfb(2, 1, std::string(10, 'x')));
     peer.ReceiveToEnd();
     EXPECT_EQ(served.Tool().WaitForEvent("failed")["request"], "upload");
+    CRawSocket other = served.Connect(u"other");
+    EXPECT_FALSE(Store(other, 991, u"g"));
+    EXPECT_TRUE(Store(other, 990, u"g"));
 }

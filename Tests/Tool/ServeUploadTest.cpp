@@ -120,6 +120,8 @@ TEST_F(ServeUpload, UnderWayTheOldFileStands)
     Block(peer, 2, "new");
     EXPECT_EQ(Contents("f"), "old");
     Block(peer, 2, "est");
+    EXPECT_EQ(Contents("f"), "old") << "nobody has said yet that it is whole";
+    Block(peer, 2, "", 1);
     EXPECT_EQ(Contents("f"), "newest");
 }
 
@@ -151,7 +153,74 @@ TEST_F(ServeUpload, CancelledUploadLeavesTheOldFileAndNothingElse)
     const CEvent event = m_served.Tool().WaitForEvent("incomplete");
     EXPECT_EQ(event["bytes"], 3);
     EXPECT_EQ(event["total"], 100);
-    EXPECT_FALSE(event.Has("kept"));
+    EXPECT_EQ(event["kept"], "f.osprey-partial");
+    EXPECT_EQ(m_served.Tool().WaitForEvent("deleted")["path"], "f.osprey-partial");
+}
+
+// As a client does that is interrupted before it has said that the file is whole.
+TEST_F(ServeUpload, UploadThatIsCancelledWithAllItsBytesThereLeavesTheOldFile)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 3, u"f");
+    Block(peer, 2, "new");
+    peer.Send(Wire::Caop(2) + Wire::Delt(3, u"f"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+    EXPECT_EQ(Contents("f"), "old");
+}
+
+TEST_F(ServeUpload, CancelledUploadLeavesTheOldFileWhateverHappensBeforeTheDeletion)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    CRawSocket peer = m_served.Connect();
+    CRawSocket other = m_served.Connect(u"other");
+    Begin(peer, 2, 100, u"f");
+    Block(peer, 2, "new");
+    peer.Send(Wire::Namc(4, u"renamed"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    peer.Send(Wire::Caop(2));
+    EXPECT_FALSE(m_served.Tool().WaitForEvent("incomplete").IsNull());
+    Begin(other, 2, 3, u"g");
+    Block(other, 2, "123", 1);
+    peer.Send(Wire::Delt(3, u"f"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    EXPECT_EQ(m_served.List(), (CNames{"f", "g"}));
+    EXPECT_EQ(Contents("f"), "old");
+}
+
+TEST_F(ServeUpload, DeletionMeansTheFileUnlessTheSamePeerHasJustCancelledItsUpload)
+{
+    m_served.Around().WriteFile("root/f", "old");
+    for (const bool bNamed : {false, true})
+    {
+        CRawSocket peer = bNamed ? m_served.Connect() : m_served.ConnectUnnamed();
+        CRawSocket twin = bNamed ? m_served.Connect() : m_served.ConnectUnnamed();
+        Begin(peer, 2, 100, u"f");
+        Block(peer, 2, "new");
+        peer.Send(Wire::Caop(2));
+        EXPECT_FALSE(m_served.Tool().WaitForEvent("incomplete").IsNull());
+        twin.Send(Wire::Delt(3, u"f"));
+        EXPECT_EQ(Wire::GetU32(twin.ReceivePacket(), 16), 0U);
+        EXPECT_EQ(m_served.List(), CNames{"f.osprey-partial"});
+        // Between the two there was another request.
+        m_served.Around().WriteFile("root/f", "old");
+        Begin(peer, 4, 1, u"g");
+        Block(peer, 4, "1", 1);
+        peer.Send(Wire::Delt(5, u"f") + Wire::Delt(6, u"g"));
+        peer.ReceivePacket();
+        peer.ReceivePacket();
+        EXPECT_EQ(m_served.List(), CNames{"f.osprey-partial"});
+    }
+}
+
+TEST_F(ServeUpload, LastBlockWithDataEndsAFileThatShrankToo)
+{
+    CRawSocket peer = m_served.Connect();
+    Begin(peer, 2, 10, u"f");
+    Block(peer, 2, "123", 1);
+    EXPECT_EQ(m_served.List(), CNames{"f"});
+    EXPECT_EQ(Contents("f"), "123");
 }
 
 TEST_F(ServeUpload, DeletionWhileItIsWrittenTakesTheOldFileOnly)
@@ -163,7 +232,7 @@ TEST_F(ServeUpload, DeletionWhileItIsWrittenTakesTheOldFileOnly)
     peer.Send(Wire::Delt(3, u"f"));
     EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
     EXPECT_FALSE(FileExists(m_served.GetPath("f")));
-    Block(peer, 2, "est");
+    Block(peer, 2, "est", 1);
     EXPECT_EQ(Contents("f"), "newest");
 }
 
@@ -237,6 +306,22 @@ TEST_F(ServeUpload, ContinuedUploadGoesOnWithWhatWasKept)
     EXPECT_EQ(Contents("f"), "abcdef");
 }
 
+TEST_F(ServeUpload, ContinuedUploadHasTheModeOfTheFileThatItReplaces)
+{
+    m_served.Around().WriteFile("root/f.osprey-partial", "abc");
+    m_served.Around().WriteFile("root/f", "private");
+    ASSERT_EQ(chmod(m_served.GetPath("f").c_str(), 0600), 0);
+    CRawSocket peer = m_served.Connect();
+    EXPECT_EQ(Begin(peer, 2, 6, u"f", ~0ULL), 3U);
+    Block(peer, 2, "def", 1);
+    EXPECT_EQ(Contents("f"), "abcdef");
+    struct stat info
+    {
+    };
+    ASSERT_EQ(stat(m_served.GetPath("f").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777U, 0600U);
+}
+
 TEST_F(ServeUpload, ContinuedUploadWithoutABeginningStartsAnew)
 {
     m_served.Around().WriteFile("root/f", "old");
@@ -246,11 +331,12 @@ TEST_F(ServeUpload, ContinuedUploadWithoutABeginningStartsAnew)
     EXPECT_EQ(Contents("f"), "abcdef");
 }
 
-TEST_F(ServeUpload, WholeUploadRemovesWhatWasKeptOfAnEarlierOne)
+TEST_F(ServeUpload, UploadThatBeginsAnewRemovesWhatWasKeptOfAnEarlierOne)
 {
     m_served.Around().WriteFile("root/f.osprey-partial", "ab");
     CRawSocket peer = m_served.Connect();
     Begin(peer, 2, 1, u"f");
+    EXPECT_FALSE(FileExists(m_served.GetPath("f.osprey-partial")));
     Block(peer, 2, "1", 1);
     EXPECT_EQ(m_served.List(), CNames{"f"});
 }
@@ -265,7 +351,7 @@ TEST_F(ServeUpload, TwoConnectionsOfOneNameDoNotEndEachOthersUploads)
     Block(second, 2, "uvw");
     first.Close();
     EXPECT_EQ(m_served.Tool().WaitForEvent("incomplete")["path"], "a");
-    Block(second, 2, "xyz");
+    Block(second, 2, "xyz", 1);
     EXPECT_EQ(Contents("b"), "uvwxyz");
 }
 
@@ -277,9 +363,9 @@ TEST_F(ServeUpload, TwoUploadsOfOneFileDoNotMix)
     Begin(second, 2, 4, u"f");
     Block(first, 2, "aa");
     Block(second, 2, "bb");
-    Block(first, 2, "aa");
+    Block(first, 2, "aa", 1);
     EXPECT_EQ(Contents("f"), "aaaa");
-    Block(second, 2, "bb");
+    Block(second, 2, "bb", 1);
     EXPECT_EQ(Contents("f"), "bbbb");
     EXPECT_EQ(m_served.List(), CNames{"f"});
 }
@@ -291,17 +377,8 @@ TEST_F(ServeUpload, UnnamedConnectionsLeaveNothingUnderConstruction)
         Begin(unnamed, 2, 100, u"f");
         Block(unnamed, 2, "123");
     }
-    // The end of a connection without a name is not told: it shows with the next upload.
-    CRawSocket peer = m_served.Connect();
-    bool bKept = false;
-    for (unsigned int dwID = 2; !bKept && dwID < 2000; dwID += 1)
-    {
-        Begin(peer, dwID, 0, u"g");
-        Block(peer, dwID, "", 1);
-        bKept = FileExists(m_served.GetPath("f.osprey-partial"));
-    }
-    EXPECT_TRUE(bKept);
-    EXPECT_EQ(m_served.List(), (CNames{"f.osprey-partial", "g"}));
+    EXPECT_EQ(m_served.Tool().WaitForEvent("incomplete")["kept"], "f.osprey-partial");
+    EXPECT_EQ(m_served.List(), CNames{"f.osprey-partial"});
 }
 
 TEST_F(ServeUpload, NamesOfIncompleteFilesAreRefused)
@@ -318,7 +395,7 @@ TEST_F(ServeUpload, LongestNameIsTaken)
     CRawSocket peer = m_served.Connect();
     const std::u16string strName(255, u'n');
     Begin(peer, 2, 3, strName);
-    Block(peer, 2, "123");
+    Block(peer, 2, "123", 1);
     EXPECT_EQ(m_served.List(), CNames{std::string(255, 'n')});
 }
 
@@ -341,7 +418,7 @@ TEST_F(ServeUpload, FolderThatIsMovedMeanwhileTakesItsUploadsAlong)
     Block(peer, 2, "abc");
     fs::rename(m_served.GetPath("dir"), m_served.GetPath("moved"));
     fs::create_symlink("..", m_served.GetPath("dir"));
-    Block(peer, 2, "def");
+    Block(peer, 2, "def", 1);
     EXPECT_EQ(Contents("moved/f"), "abcdef");
     EXPECT_FALSE(FileExists(m_served.Around().GetPath("f")));
 }
@@ -352,7 +429,7 @@ TEST_F(ServeUpload, FileWhoseNameAFolderTookMeanwhileIsNotTakenForStored)
     Begin(peer, 2, 6, u"f");
     Block(peer, 2, "abc");
     fs::create_directory(m_served.GetPath("f"));
-    peer.Send(Wire::Upfb(2, 0, "def"));
+    peer.Send(Wire::Upfb(2, 1, "def"));
     const CEvent event = m_served.Tool().WaitForEvent("failed");
     EXPECT_EQ(event["name"], "f");
     EXPECT_EQ(event["reason"], "Is a directory, kept as f.osprey-partial");
@@ -387,7 +464,7 @@ TEST_F(ServeUpload, GivenUpAndBegunAnewAtOnceGoesOnOrLeavesNothing)
         EXPECT_EQ(Begin(peer, dwID + 1, 6, u"f", ~0ULL), 3U);
         peer.Send(Wire::Caop(dwID + 1));
         Begin(peer, dwID + 2, 3, u"f");
-        Block(peer, dwID + 2, "new");
+        Block(peer, dwID + 2, "new", 1);
         EXPECT_EQ(m_served.List(), CNames{"f"});
     }
 }
@@ -451,7 +528,7 @@ TEST_F(ServeUpload, WhatOthersAreWritingStaysWhenAServerStarts)
     Block(peer, 2, "abc");
     const CNames listNames = ServeAndList(m_served.GetRoot(), {});
     EXPECT_EQ(listNames.size(), 6U) << "all but the dead one";
-    Block(peer, 2, "def");
+    Block(peer, 2, "def", 1);
     EXPECT_EQ(
         m_served.List(),
         (CNames{".osprey-0123456789abcde0.part", ".osprey-0123456789abcdee.part",

@@ -158,10 +158,14 @@ TEST_F(Settings, BadValueIsToldAsOnTheCommandLine)
 
 TEST_F(Settings, OptionWithoutAValueIsNamed)
 {
-    WriteConfig("[serve]\nallow = []\n");
-    const CParsed parsed = Parse({"serve", "--root", "."});
-    EXPECT_EQ(parsed.m_nExitCode, EXIT_USAGE);
-    EXPECT_NE(parsed.m_strError.find("has no value"), std::string::npos) << parsed.m_strError;
+    for (const char* pszConfig : {"[serve]\nallow = []\n", "[serve]\ntrace = \"\"\n",
+                                  "trace = ''\n", "[serve]\nallow = [\"10.0.0.1\", \"\"]\n"})
+    {
+        WriteConfig(pszConfig);
+        const CParsed parsed = Parse({"serve", "--root", ".", "--read-only"});
+        EXPECT_EQ(parsed.m_nExitCode, EXIT_USAGE) << pszConfig;
+        EXPECT_NE(parsed.m_strError.find("has no value"), std::string::npos) << parsed.m_strError;
+    }
 }
 
 TEST_F(Settings, OptionThatNoCommandHasIsNamed)
@@ -178,9 +182,13 @@ TEST_F(Settings, OptionThatNoCommandHasIsNamed)
 
 TEST_F(Settings, FileThatWasAskedForMustBeThere)
 {
-    const CParsed parsed = Parse({"submit", "h", "a", "--config", "/none/such"});
-    EXPECT_EQ(parsed.m_nExitCode, EXIT_USAGE);
-    EXPECT_NE(parsed.m_strError.find("\"/none/such\""), std::string::npos) << parsed.m_strError;
+    for (const std::string strPath : {"/none/such", "/"})
+    {
+        const CParsed parsed = Parse({"submit", "h", "a", "--config", strPath.c_str()});
+        EXPECT_EQ(parsed.m_nExitCode, EXIT_USAGE);
+        EXPECT_NE(parsed.m_strError.find("\"" + strPath + "\""), std::string::npos)
+            << parsed.m_strError;
+    }
 }
 
 TEST_F(Settings, FileOfTheCommandLineGoesBeforeThatOfTheEnvironment)

@@ -133,6 +133,23 @@ CParsed UsageError(const std::string& strReason, const std::string& strCommand)
     return parsed;
 }
 
+// The parser would take the next argument for the value. Empty when all options have one.
+std::string OptionWithoutValue(const std::vector<std::string>& listArguments)
+{
+    for (const std::string& strArgument : listArguments)
+    {
+        if (strArgument == "--")
+        {
+            break;
+        }
+        if (strArgument.compare(0, 2, "--") == 0 && strArgument.back() == '=')
+        {
+            return strArgument.substr(0, strArgument.size() - 1);
+        }
+    }
+    return std::string();
+}
+
 // The parser tells of a missing command also when there is one that it does not know.
 std::string CommandFault(int nArguments, const char* const* ppszArguments)
 {
@@ -260,6 +277,11 @@ CParsed ParseCommandLine(int nArguments, const char* const* ppszArguments, COpti
     std::vector<std::string> listArguments(ppszArguments + (nArguments > 0 ? 1 : 0),
                                            ppszArguments + nArguments);
     CParsed parsed;
+    const std::string strEmpty = OptionWithoutValue(listArguments);
+    if (!strEmpty.empty())
+    {
+        return UsageError(strEmpty + " has no value", strCommand);
+    }
     std::string strReason;
     if (!Complete(listArguments, strReason))
     {

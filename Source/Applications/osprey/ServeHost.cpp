@@ -31,7 +31,7 @@ CServeHost::CServeHost(const CRootFolder& root, CServeEvents& events, CServeTran
 
 int CServeHost::OnRequest(KS_REQUEST eRequest, void* pRecord)
 {
-    m_transfers.ReleaseHeld();
+    m_transfers.Called();
     try
     {
         switch (eRequest)
@@ -203,7 +203,7 @@ void CServeHost::Delete(KS_DELETE_TREE& request)
         request.strResolvedPath = REFUSED_PATH;
         return;
     }
-    if (m_transfers.Discard(connection, result.m_strShown))
+    if (m_transfers.Discard(m_root, connection, result.m_strShown))
     {
         // Told by the transfers; the target itself stays, and the peer hears of success.
         request.strResolvedPath = REFUSED_PATH;

@@ -42,36 +42,26 @@ bool CServeTransfers::IsPartialName(const std::string& strName)
            strName.compare(strName.size() - nSuffix, nSuffix, PARTIAL_SUFFIX) == 0;
 }
 
-const char* CServeTransfers::Fault(const CRootFolder& root, const CUpload& upload)
+const char* CServeTransfers::Fault(const CRootFolder& root, const CUpload& upload) const
 {
-    if (!m_quota.IsLimited() || QuotaFault(root, upload) == nullptr)
+    if (!m_quota.IsLimited())
     {
         return nullptr;
     }
-    // Uploads that were given up untold still count.
-    SweepUploads();
-    return QuotaFault(root, upload);
-}
-
-const char* CServeTransfers::QuotaFault(const CRootFolder& root, const CUpload& upload) const
-{
-    if (upload.m_ullOffset != CONTINUE)
-    {
-        return m_quota.Fault(0, std::max(upload.m_ullSize, upload.m_ullOffset));
-    }
+    // What is kept goes on counting with the upload that continues it, or makes room for it.
     struct stat info
     {
     };
     const CDescriptor kept = root.Find(upload.m_target.m_strShown + PARTIAL_SUFFIX);
-    const bool bKept = fstat(kept.Get(), &info) == 0 && S_ISREG(info.st_mode) &&
-                       static_cast<Orb_U64>(info.st_size) <= upload.m_ullSize;
-    return m_quota.Fault(bKept ? static_cast<Orb_U64>(info.st_size) : 0, upload.m_ullSize);
+    const bool bKept = fstat(kept.Get(), &info) == 0 && S_ISREG(info.st_mode);
+    const Orb_U64 ullStart = upload.m_ullOffset == CONTINUE ? 0 : upload.m_ullOffset;
+    return m_quota.Fault(bKept ? static_cast<Orb_U64>(info.st_size) : 0,
+                         std::max(upload.m_ullSize, ullStart));
 }
 
 Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder,
                                      std::string& strPath)
 {
-    SweepBefore(upload.m_target.m_strShown);
     CTransfer transfer;
     transfer.m_bUpload = true;
     transfer.m_connection = upload.m_connection;
@@ -88,24 +78,23 @@ Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder
     {
         return 0;
     }
+    const unsigned int nMode = bReplaces ? old.st_mode : 0;
     ShareFolder(transfer, std::move(folder));
-    if (!CreateTempAt(*transfer.m_pFolder, bReplaces ? old.st_mode : 0, transfer.m_strTemp,
-                      transfer.m_file))
+    if (!CreateTempAt(*transfer.m_pFolder, nMode, transfer.m_strTemp, transfer.m_file))
     {
         return 0;
     }
     const bool bContinue = upload.m_ullOffset == CONTINUE;
-    const bool bTaken = bContinue && TakePartial(transfer);
-    if (bContinue && !bTaken && m_quota.Fault(0, upload.m_ullSize) != nullptr)
+    if (!bContinue || !TakePartial(transfer, nMode))
     {
-        unlinkat(transfer.m_pFolder->Get(), transfer.m_strTemp.c_str(), 0);
-        errno = EDQUOT;  // the kept part did not make room after all
-        return 0;
+        RemovePartial(transfer);
+        transfer.m_ullDone = bContinue ? 0 : upload.m_ullOffset;
     }
-    transfer.m_ullDone = bContinue ? transfer.m_ullDone : upload.m_ullOffset;
-    FileId(transfer.m_file, transfer.m_idFile, nullptr);
+    else
+    {
+        m_quota.Subtract(transfer.m_ullDone);
+    }
     transfer.m_ullCounted = std::max(transfer.m_ullTotal, transfer.m_ullDone);
-    m_quota.Subtract(bTaken ? transfer.m_ullDone : 0);
     m_quota.Add(transfer.m_ullCounted);
     strPath = transfer.m_file.Path();
     return Add(std::move(transfer));
@@ -127,7 +116,7 @@ void CServeTransfers::ShareFolder(CTransfer& transfer, CDescriptor&& folder) con
 
 // Goes on with what was kept. False when there is nothing of use. The library finds by itself how
 // much there is.
-bool CServeTransfers::TakePartial(CTransfer& transfer)
+bool CServeTransfers::TakePartial(CTransfer& transfer, unsigned int nMode)
 {
     const std::string strPartial = PartialName(transfer.m_strName);
     const int nFolder = transfer.m_pFolder->Get();
@@ -147,9 +136,24 @@ bool CServeTransfers::TakePartial(CTransfer& transfer)
     {
         return false;
     }
+    // Best effort, as for a new one.
+    static_cast<void>(nMode != 0 && fchmod(partial.Get(), nMode & 0777) != 0);
     transfer.m_ullDone = static_cast<Orb_U64>(info.st_size);
     transfer.m_file = std::move(partial);
     return true;
+}
+
+void CServeTransfers::RemovePartial(const CTransfer& transfer)
+{
+    const std::string strPartial = PartialName(transfer.m_strName);
+    struct stat info
+    {
+    };
+    if (RegularAt(*transfer.m_pFolder, strPartial, info) &&
+        unlinkat(transfer.m_pFolder->Get(), strPartial.c_str(), 0) == 0)
+    {
+        m_quota.Subtract(static_cast<Orb_U64>(info.st_size));
+    }
 }
 
 // False when more has arrived than may: the upload is then over.
@@ -173,79 +177,50 @@ bool CServeTransfers::CountArrived(CTransfer& transfer, Orb_U64 ullDone)
 // What else its peer sends before the connection ends goes into a file without a name.
 void CServeTransfers::CutOff(CTransfer& transfer, const char* pszFault)
 {
-    const std::string& strName = transfer.m_bWhole ? transfer.m_strName : transfer.m_strTemp;
-    struct stat info
-    {
-    };
-    if (RegularAt(*transfer.m_pFolder, strName, info) &&
-        CFileId(info.st_dev, info.st_ino) == transfer.m_idFile)
-    {
-        unlinkat(transfer.m_pFolder->Get(), strName.c_str(), 0);
-    }
+    unlinkat(transfer.m_pFolder->Get(), transfer.m_strTemp.c_str(), 0);
     m_quota.Subtract(transfer.m_ullCounted);
     transfer.m_ullCounted = 0;
-    m_events.Refused("upload", transfer.m_connection, transfer.m_strShown, pszFault);
     m_pServer->TerminateTask(transfer.m_lTask);
+    m_events.Refused("upload", transfer.m_connection, transfer.m_strShown, pszFault);
 }
 
 void CServeTransfers::Deleted(const CDescriptor& file)
 {
     CFileId id;
     Orb_U64 ullSize = 0;
-    if (m_quota.IsLimited() && FileId(file, id, &ullSize))
+    if (FileId(file, id, &ullSize))
     {
-        Leaves(id, ullSize);
+        m_quota.Subtract(ullSize);
     }
 }
 
-// A file has lost its name. While a peer may still write into it, it goes on to count.
-void CServeTransfers::Leaves(const CFileId& id, Orb_U64 ullSize)
-{
-    for (auto& entry : m_mapTransfers)
-    {
-        if (entry.second.m_bWhole && !entry.second.m_bGone && entry.second.m_idFile == id)
-        {
-            entry.second.m_bGone = true;
-            return;
-        }
-    }
-    m_quota.Subtract(ullSize);
-}
-
-// False when it cannot have its name.
-bool CServeTransfers::FinishUpload(CTransfer& transfer)
+void CServeTransfers::FinishUpload(CTransfer& transfer)
 {
     const int nFolder = transfer.m_pFolder->Get();
     struct stat old
     {
     };
-    const bool bReplaces =
-        m_quota.IsLimited() && RegularAt(*transfer.m_pFolder, transfer.m_strName, old);
+    const bool bReplaces = RegularAt(*transfer.m_pFolder, transfer.m_strName, old);
     if (renameat(nFolder, transfer.m_strTemp.c_str(), nFolder, transfer.m_strName.c_str()) != 0)
     {
         const std::string strReason = strerror(errno);
+        m_pServer->TerminateTask(transfer.m_lTask);  // its peer must not take it for stored
         const std::string strKept = Keep(transfer);
         m_events.Failed("upload", transfer.m_connection, transfer.m_strShown,
                         strReason + (strKept.empty() ? "" : ", kept as " + strKept));
-        m_pServer->TerminateTask(transfer.m_lTask);  // its peer must not take it for stored
-        return false;
+        return;
     }
-    if (bReplaces)
-    {
-        Leaves(CFileId(old.st_dev, old.st_ino), static_cast<Orb_U64>(old.st_size));
-    }
-    const std::string strPartial = PartialName(transfer.m_strName);
-    if (RegularAt(*transfer.m_pFolder, strPartial, old) &&
-        unlinkat(nFolder, strPartial.c_str(), 0) == 0)
-    {
-        m_quota.Subtract(static_cast<Orb_U64>(old.st_size));
-    }
-    // A file that shrank on its way announced more.
-    m_quota.Subtract(transfer.m_ullCounted - transfer.m_ullDone);
-    transfer.m_ullCounted = transfer.m_ullDone;
+    m_quota.Subtract(bReplaces ? static_cast<Orb_U64>(old.st_size) : 0);
+    RemovePartial(transfer);
+    // One that shrank on its way announced more; one that began behind its start may hold less than
+    // it has counted.
+    CFileId id;
+    Orb_U64 ullSize = 0;
+    FileId(transfer.m_file, id, &ullSize);
+    m_quota.Subtract(transfer.m_ullCounted);
+    m_quota.Add(ullSize);
     m_events.Finished(true, transfer.m_connection, transfer.m_strShown, transfer.m_ullDone,
                       transfer.Seconds());
-    return true;
 }
 
 // Keeps what arrived of an upload, unless that is nothing. Returns the path that it is kept under,

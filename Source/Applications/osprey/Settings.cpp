@@ -73,6 +73,10 @@ bool ReadItems(CLI::App& app, const std::string& strFile, CItems& listItems, std
 {
     try
     {
+        if (KindOf(strFile, true) == KIND_FOLDER)
+        {
+            throw CLI::FileError::Missing(strFile);  // would read as an empty file
+        }
         listItems = CLI::ConfigTOML().from_file(strFile);
     }
     catch (const CLI::Error&)
@@ -87,7 +91,9 @@ bool ReadItems(CLI::App& app, const std::string& strFile, CItems& listItems, std
             strReason = QuoteText(strFile) + ": there is no option " + QuoteText(item.fullname());
             return false;
         }
-        if (!IsMark(item) && item.inputs.empty())
+        const auto IsEmpty = [](const std::string& strInput) { return strInput.empty(); };
+        if (!IsMark(item) &&
+            (item.inputs.empty() || std::any_of(item.inputs.begin(), item.inputs.end(), IsEmpty)))
         {
             strReason = QuoteText(strFile) + ": " + QuoteText(item.fullname()) + " has no value";
             return false;
