@@ -198,7 +198,6 @@ TEST_F(RingTCPStreamBuffer, GrowKeepsWrappedData)
     EXPECT_EQ(m_ring.Peek(), "ghIJK123456789012345");
 }
 
-// Address space of the process, in pages: the first field of statm, proc(5).
 // Seen in proc(5), maps: each line begins with the two ends of a mapping, as hexadecimal numbers.
 // What an emulator maps for itself is not among them, but is in the sums of the system.
 unsigned long GetMappedBytes()
@@ -214,11 +213,9 @@ unsigned long GetMappedBytes()
     return ulSum;
 }
 
-// Unmapping too little leaks; too much takes somebody else's memory away.
-TEST(RingStorage, GrowAndDestroyGiveBackExactlyWhatTheyTook)
+void GrowAndDestroyRings()
 {
     const int SIZE = 1 << 20;
-    const unsigned long ulBefore = GetMappedBytes();
     for (int i = 0; i < 20; ++i)
     {
         COpenRing above(SIZE);
@@ -230,7 +227,20 @@ TEST(RingStorage, GrowAndDestroyGiveBackExactlyWhatTheyTook)
         EXPECT_TRUE(ring.Grow(3));
         EXPECT_EQ(ring.Peek(), "abc");
     }
-    EXPECT_EQ(GetMappedBytes(), ulBefore);
+}
+
+// Unmapping too little leaks; too much takes somebody else's memory away. Either shows each time;
+// what the runtime of a sanitizer maps for itself meanwhile does not.
+TEST(RingStorage, GrowAndDestroyGiveBackExactlyWhatTheyTook)
+{
+    bool bSame = false;
+    for (int nTry = 0; nTry < 5 && !bSame; ++nTry)
+    {
+        const unsigned long ulBefore = GetMappedBytes();
+        GrowAndDestroyRings();
+        bSame = GetMappedBytes() == ulBefore;
+    }
+    EXPECT_TRUE(bSame);
 }
 
 TEST_F(RingTCPStreamBuffer, GrowToTheSizeOfTheDataLeavesItFull)
