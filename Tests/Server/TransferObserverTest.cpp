@@ -185,6 +185,8 @@ TEST_F(TransferObserver, CanHaveThePeerKnowThatItsFileIsNotStored)
 
 TEST_F(TransferObserver, IsKeptWhileTheServerRuns)
 {
+    m_host.m_fnOnRequest = [this](const CRecordingHost::CRequest&)
+    { EXPECT_FALSE(m_pServer->SetTransferObserver(nullptr)) << "inside a callback"; };
     Start();
     EXPECT_FALSE(m_pServer->SetTransferObserver(nullptr));
     CRawSocket peer = Named(u"peer");

@@ -351,6 +351,19 @@ TEST(ServeTool, ReaderThatStallsHoldsUpNobodyAndLearnsWhatItMissed)
     EXPECT_EQ(served.Stop(), 0);
 }
 
+TEST(ServeTool, SecondSignalDoesNotWaitForAReaderWhoIsSlow)
+{
+    const CEndWithoutJoin atOnce;
+    CServedFolder served;
+    CRawSocket peer = served.Connect();
+    for (int i = 0; i < 1500; ++i)
+    {
+        peer.Send(Wire::Delt(2, u"../" + std::u16string(3000, u'x')));
+        EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    }
+    EXPECT_EQ(served.Tool().SignalUntilEnd(SIGTERM), 130);
+}
+
 TEST(ServeTool, ReaderThatGoesAwayWhileLinesWaitEndsItQuietlyToo)
 {
     CServedFolder served;

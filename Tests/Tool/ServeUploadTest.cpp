@@ -43,6 +43,24 @@ protected:
     {
         return ReadFile(m_served.GetPath(strName));
     }
+    // Gives an upload up as a client does: the old file stays, and nothing else.
+    void CancelAfter3Of(uint64_t ullSize)
+    {
+        m_served.Around().WriteFile("root/f", "old");
+        CRawSocket peer = m_served.Connect();
+        Begin(peer, 2, ullSize, u"f");
+        Block(peer, 2, "new");
+        peer.Send(Wire::Caop(2) + Wire::Delt(3, u"f"));
+        EXPECT_EQ(Wire::WithoutVersion(peer.ReceivePacket()),
+                  Wire::WithoutVersion(Wire::Result("DTRT", 3, 0)));
+        EXPECT_EQ(m_served.List(), CNames{"f"});
+        EXPECT_EQ(Contents("f"), "old");
+        const CEvent event = m_served.Tool().WaitForEvent("incomplete");
+        EXPECT_EQ(event["bytes"], 3);
+        EXPECT_EQ(event["total"], ullSize);
+        EXPECT_EQ(event["kept"], "f.osprey-partial");
+        EXPECT_EQ(m_served.Tool().WaitForEvent("deleted")["path"], "f.osprey-partial");
+    }
 
     CServedFolder m_served;
 };
@@ -141,33 +159,13 @@ TEST_F(ServeUpload, ReplacedFileHandsItsModeOn)
 
 TEST_F(ServeUpload, CancelledUploadLeavesTheOldFileAndNothingElse)
 {
-    m_served.Around().WriteFile("root/f", "old");
-    CRawSocket peer = m_served.Connect();
-    Begin(peer, 2, 100, u"f");
-    Block(peer, 2, "new");
-    peer.Send(Wire::Caop(2) + Wire::Delt(3, u"f"));
-    EXPECT_EQ(Wire::WithoutVersion(peer.ReceivePacket()),
-              Wire::WithoutVersion(Wire::Result("DTRT", 3, 0)));
-    EXPECT_EQ(m_served.List(), CNames{"f"});
-    EXPECT_EQ(Contents("f"), "old");
-    const CEvent event = m_served.Tool().WaitForEvent("incomplete");
-    EXPECT_EQ(event["bytes"], 3);
-    EXPECT_EQ(event["total"], 100);
-    EXPECT_EQ(event["kept"], "f.osprey-partial");
-    EXPECT_EQ(m_served.Tool().WaitForEvent("deleted")["path"], "f.osprey-partial");
+    CancelAfter3Of(100);
 }
 
 // As a client does that is interrupted before it has said that the file is whole.
 TEST_F(ServeUpload, UploadThatIsCancelledWithAllItsBytesThereLeavesTheOldFile)
 {
-    m_served.Around().WriteFile("root/f", "old");
-    CRawSocket peer = m_served.Connect();
-    Begin(peer, 2, 3, u"f");
-    Block(peer, 2, "new");
-    peer.Send(Wire::Caop(2) + Wire::Delt(3, u"f"));
-    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
-    EXPECT_EQ(m_served.List(), CNames{"f"});
-    EXPECT_EQ(Contents("f"), "old");
+    CancelAfter3Of(3);
 }
 
 TEST_F(ServeUpload, CancelledUploadLeavesTheOldFileWhateverHappensBeforeTheDeletion)
@@ -212,6 +210,24 @@ TEST_F(ServeUpload, DeletionMeansTheFileUnlessTheSamePeerHasJustCancelledItsUplo
         peer.ReceivePacket();
         EXPECT_EQ(m_served.List(), CNames{"f.osprey-partial"});
     }
+}
+
+TEST_F(ServeUpload, DeletionAfterACancelLeavesWhatAnotherPeerHasKeptSince)
+{
+    CRawSocket peer = m_served.Connect();
+    CRawSocket other = m_served.Connect(u"other");
+    Begin(peer, 2, 100, u"f");
+    Begin(other, 2, 100, u"f");
+    Block(peer, 2, "abc");
+    Block(other, 2, "uvwxyz");
+    peer.Send(Wire::Caop(2));
+    EXPECT_EQ(m_served.Tool().WaitForEvent("incomplete")["connection"], "peer");
+    other.Close();
+    EXPECT_EQ(m_served.Tool().WaitForEvent("disconnected")["connection"], "other");
+    peer.Send(Wire::Delt(3, u"f"));
+    EXPECT_EQ(Wire::GetU32(peer.ReceivePacket(), 16), 0U);
+    EXPECT_EQ(m_served.List(), CNames{"f.osprey-partial"});
+    EXPECT_EQ(Contents("f.osprey-partial"), "uvwxyz");
 }
 
 TEST_F(ServeUpload, LastBlockWithDataEndsAFileThatShrankToo)

@@ -1,11 +1,6 @@
 #include "ServeTransfers.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <exception>
-
-#include "TempFile.h"
 
 double CServeTransfers::CTransfer::Seconds() const
 {
@@ -21,23 +16,6 @@ void CServeTransfers::SetServer(IOspreyServer& server)
 {
     m_pServer = &server;
     server.SetTransferObserver(this);
-}
-
-bool CServeTransfers::FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSize)
-{
-    struct stat info
-    {
-    };
-    if (fstat(file.Get(), &info) != 0)
-    {
-        return false;
-    }
-    id = CFileId(info.st_dev, info.st_ino);
-    if (pSize != nullptr)
-    {
-        *pSize = static_cast<Orb_U64>(info.st_size);
-    }
-    return true;
 }
 
 std::string CServeTransfers::Hold(CDescriptor&& descriptor)
@@ -139,27 +117,6 @@ void CServeTransfers::Called()
     }
 }
 
-bool CServeTransfers::Discard(const CRootFolder& root, const CConnectionName& connection,
-                              const std::string& strShown)
-{
-    if (m_givenUp.m_strShown.empty() || m_givenUp.m_strShown != strShown)
-    {
-        return false;
-    }
-    const std::string& strKept = m_givenUp.m_strKept;
-    CFileId id;
-    Orb_U64 ullSize = 0;
-    const CDescriptor folder = root.Find(FolderOf(strKept));
-    const CDescriptor kept = strKept.empty() ? CDescriptor() : root.Find(strKept);
-    if (kept.IsValid() && FileId(kept, id, &ullSize) && id == m_givenUp.m_idFile &&
-        unlinkat(folder.Get(), NameOf(strKept).c_str(), 0) == 0)
-    {
-        m_quota.Subtract(ullSize);
-        m_events.Deleted(connection, strKept);
-    }
-    return true;
-}
-
 void CServeTransfers::ConnectionEnded()
 {
     m_held.Close();
@@ -186,6 +143,6 @@ void CServeTransfers::Abandon(const CTransfer& transfer, bool bGivenUp)
         CGivenUp& givenUp = m_mapGivenUp[transfer.m_lTask];
         givenUp.m_strShown = transfer.m_strShown;
         givenUp.m_strKept = strKept;
-        FileId(transfer.m_file, givenUp.m_idFile, nullptr);
+        givenUp.m_idFile = FileId(transfer.m_file);
     }
 }

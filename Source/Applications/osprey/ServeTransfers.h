@@ -144,7 +144,7 @@ private:
     void FinishUpload(CTransfer& transfer);
     void Abandon(const CTransfer& transfer, bool bGivenUp);
     std::string Keep(const CTransfer& transfer);
-    static bool FileId(const CDescriptor& file, CFileId& id, Orb_U64* pSize);
+    static CFileId FileId(const CDescriptor& file);
 
     CServeEvents& m_events;
     CServeQuota& m_quota;

@@ -42,6 +42,14 @@ bool CServeTransfers::IsPartialName(const std::string& strName)
            strName.compare(strName.size() - nSuffix, nSuffix, PARTIAL_SUFFIX) == 0;
 }
 
+CServeTransfers::CFileId CServeTransfers::FileId(const CDescriptor& file)
+{
+    struct stat info
+    {
+    };
+    return fstat(file.Get(), &info) == 0 ? CFileId(info.st_dev, info.st_ino) : CFileId();
+}
+
 const char* CServeTransfers::Fault(const CRootFolder& root, const CUpload& upload) const
 {
     if (!m_quota.IsLimited())
@@ -102,7 +110,7 @@ Orb_U64 CServeTransfers::BeginUpload(const CUpload& upload, CDescriptor&& folder
 
 void CServeTransfers::ShareFolder(CTransfer& transfer, CDescriptor&& folder) const
 {
-    FileId(folder, transfer.m_idFolder, nullptr);
+    transfer.m_idFolder = FileId(folder);
     for (const auto& entry : m_mapTransfers)
     {
         if (entry.second.m_bUpload && entry.second.m_idFolder == transfer.m_idFolder)
@@ -186,12 +194,35 @@ void CServeTransfers::CutOff(CTransfer& transfer, const char* pszFault)
 
 void CServeTransfers::Deleted(const CDescriptor& file)
 {
-    CFileId id;
-    Orb_U64 ullSize = 0;
-    if (FileId(file, id, &ullSize))
+    struct stat info
     {
-        m_quota.Subtract(ullSize);
+    };
+    if (fstat(file.Get(), &info) == 0)
+    {
+        m_quota.Subtract(static_cast<Orb_U64>(info.st_size));
     }
+}
+
+bool CServeTransfers::Discard(const CRootFolder& root, const CConnectionName& connection,
+                              const std::string& strShown)
+{
+    if (m_givenUp.m_strShown.empty() || m_givenUp.m_strShown != strShown)
+    {
+        return false;
+    }
+    const std::string& strKept = m_givenUp.m_strKept;
+    const CDescriptor folder = root.Find(FolderOf(strKept));
+    struct stat info
+    {
+    };
+    if (RegularAt(folder, NameOf(strKept), info) &&
+        CFileId(info.st_dev, info.st_ino) == m_givenUp.m_idFile &&
+        unlinkat(folder.Get(), NameOf(strKept).c_str(), 0) == 0)
+    {
+        m_quota.Subtract(static_cast<Orb_U64>(info.st_size));
+        m_events.Deleted(connection, strKept);
+    }
+    return true;
 }
 
 void CServeTransfers::FinishUpload(CTransfer& transfer)
@@ -214,11 +245,11 @@ void CServeTransfers::FinishUpload(CTransfer& transfer)
     RemovePartial(transfer);
     // One that shrank on its way announced more; one that began behind its start may hold less than
     // it has counted.
-    CFileId id;
-    Orb_U64 ullSize = 0;
-    FileId(transfer.m_file, id, &ullSize);
     m_quota.Subtract(transfer.m_ullCounted);
-    m_quota.Add(ullSize);
+    struct stat info
+    {
+    };
+    m_quota.Add(fstat(transfer.m_file.Get(), &info) == 0 ? static_cast<Orb_U64>(info.st_size) : 0);
     m_events.Finished(true, transfer.m_connection, transfer.m_strShown, transfer.m_ullDone,
                       transfer.Seconds());
 }
